@@ -1,0 +1,178 @@
+#include "platform/events.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "platform/scoped_fd.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Event {
+    ScopedFd fd;
+    bool manualReset;
+};
+
+using EventPtr = std::shared_ptr<Event>;
+
+// Handles by number. An event lives as long as it is in the table or somebody waits for it.
+class EventTable {
+  public:
+    HANDLE Add(EventPtr event) {
+        const std::lock_guard lock(m_mutex);
+        m_events.emplace(++m_lastHandle, std::move(event));
+        return m_lastHandle;
+    }
+
+    EventPtr Find(HANDLE handle) {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_events.find(handle);
+        return found == m_events.end() ? nullptr : found->second;
+    }
+
+    bool Remove(HANDLE handle) {
+        const std::lock_guard lock(m_mutex);
+        return m_events.erase(handle) != 0;
+    }
+
+  private:
+    std::mutex m_mutex;
+    HANDLE m_lastHandle = 0;              // guarded by m_mutex
+    std::map<HANDLE, EventPtr> m_events;  // guarded by m_mutex
+};
+
+// Never destroyed: threads that outlive static destruction may still hold handles.
+EventTable& Table() {
+    static auto* table = new EventTable;
+    return *table;
+}
+
+bool FailWith(int code) {
+    SetLastError(static_cast<DWORD>(code));
+    return false;
+}
+
+bool Signal(const Event& event) {
+    const std::uint64_t one = 1;
+    // A full counter answers EAGAIN: the event is signalled already.
+    return write(event.fd.Get(), &one, sizeof one) == sizeof one || errno == EAGAIN;
+}
+
+// Takes the signal off the event. False if there is none (any more).
+bool Consume(const Event& event) {
+    std::uint64_t count = 0;
+    return read(event.fd.Get(), &count, sizeof count) == sizeof count;
+}
+
+// Milliseconds for poll(), rounded up so that a wait never ends early.
+int PollTimeout(const std::optional<Clock::time_point>& deadline) {
+    if (!deadline) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 1'000'000'000));
+}
+
+// The first event that poll() found signalled and that no other waiter took meanwhile.
+std::optional<DWORD> TakeSignalled(const std::vector<EventPtr>& events,
+                                   const std::array<pollfd, MAXIMUM_WAIT_OBJECTS>& fds) {
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        if ((fds[i].revents & POLLIN) != 0 && (events[i]->manualReset || Consume(*events[i]))) {
+            return static_cast<DWORD>(i);
+        }
+    }
+    return std::nullopt;
+}
+
+DWORD WaitForEvents(const std::vector<EventPtr>& events, DWORD timeoutMs) {
+    std::optional<Clock::time_point> deadline;
+    if (timeoutMs != INFINITE) {
+        deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    }
+    std::array<pollfd, MAXIMUM_WAIT_OBJECTS> fds{};
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        fds[i] = {.fd = events[i]->fd.Get(), .events = POLLIN, .revents = 0};
+    }
+    for (;;) {
+        const int timeout = PollTimeout(deadline);
+        const int ready = poll(fds.data(), events.size(), timeout);
+        if (ready < 0 && errno != EINTR) {
+            FailWith(errno);
+            return WAIT_FAILED;
+        }
+        if (ready > 0) {
+            if (const auto index = TakeSignalled(events, fds)) {
+                return WAIT_OBJECT_0 + *index;
+            }
+        }
+        if (timeout == 0) {
+            return WAIT_TIMEOUT;
+        }
+    }
+}
+
+}  // namespace
+
+HANDLE CreateEventW(const void* attributes, bool manualReset, bool initiallySignalled,
+                    const wchar_t* name) {
+    if (attributes != nullptr || name != nullptr) {
+        FailWith(EINVAL);
+        return 0;
+    }
+    ScopedFd fd(eventfd(initiallySignalled ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!fd.IsOpen()) {
+        FailWith(errno);
+        return 0;
+    }
+    return Table().Add(std::make_shared<Event>(Event{std::move(fd), manualReset}));
+}
+
+bool SetEvent(HANDLE event) {
+    const EventPtr found = Table().Find(event);
+    if (!found) {
+        return FailWith(EBADF);
+    }
+    return Signal(*found) || FailWith(errno);
+}
+
+bool ResetEvent(HANDLE event) {
+    const EventPtr found = Table().Find(event);
+    if (!found) {
+        return FailWith(EBADF);
+    }
+    (void)Consume(*found);
+    return true;
+}
+
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, bool waitAll, DWORD timeoutMs) {
+    if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || waitAll) {
+        FailWith(EINVAL);
+        return WAIT_FAILED;
+    }
+    std::vector<EventPtr> events;
+    events.reserve(count);
+    for (DWORD i = 0; i < count; ++i) {
+        EventPtr event = Table().Find(handles[i]);
+        if (!event) {
+            FailWith(EBADF);
+            return WAIT_FAILED;
+        }
+        events.push_back(std::move(event));
+    }
+    return WaitForEvents(events, timeoutMs);
+}
+
+bool CloseHandle(HANDLE handle) {
+    return Table().Remove(handle) || FailWith(EBADF);
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+// Bytes of memory that this process may hope for: the machine's, or the limit of its control group
+// if that is lower.
+std::uint64_t AvailableMemory();
+
+// Gives free heap memory back to the system. Returns 0, as nothing can go wrong.
+int _heapmin();

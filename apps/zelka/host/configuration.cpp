@@ -1,0 +1,121 @@
+// The instance's home and configuration: working folder, ini files, and the options that go with
+// them.
+
+#include <wx/cmdline.h>
+#include <wx/fileconf.h>
+#include <wx/log.h>
+
+#include <cstdio>
+
+#include "apps/zelka/zelka.h"
+#include "zelka_core/log_file.h"
+#include "zelka_core/text.h"
+
+using ZelkaCore::ToUtf8;
+
+namespace {
+
+constexpr const char* kGlobalFolder = "/etc";
+constexpr const char* kDefaultTrace =
+    "Appl,Cmd,Srvc,zelka.Heartbeat,zelka.ListenThread,zelka.PluginUtils";
+constexpr int kOwnerReadWrite = 0600;
+
+void PrintToStandardError(const wxString& text) {
+    (void)std::fputs(ToUtf8(text).c_str(), stderr);
+}
+
+bool HasWildcard(const wxString& path) {
+    return path.find_first_of("*?") != wxString::npos;
+}
+
+wxString DefaultWorkdir(wxFileName executable) {
+    (void)executable.AppendDir("work");
+    (void)executable.MakeAbsolute();
+    return executable.GetPath(wxPATH_GET_VOLUME);
+}
+
+wxString GivenWorkdir(const wxString& given) {
+    wxFileName folder;
+    folder.AssignDir(wxExpandEnvVars(given));
+    (void)folder.MakeAbsolute();
+    return folder.GetPath(wxPATH_GET_VOLUME);
+}
+
+}  // namespace
+
+void CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable) {
+    wxString given;
+    const wxString workdir =
+        parser.Found("workdir", &given) ? GivenWorkdir(given) : DefaultWorkdir(executable);
+    if (!wxFileName::DirExists(workdir)) {
+        (void)wxFileName::Mkdir(workdir, kOwnerReadWrite | 0100, wxPATH_MKDIR_FULL);
+    }
+    (void)m_pDom->SetWx("app.path.work", workdir);
+
+    const wxString effective = m_pDom->GetWxString("app.name.effective");
+    (void)m_pDom->SetWx("app.path.ini", wxFileName(workdir, effective, "ini").GetFullPath());
+    wxFileName global(wxFileConfig::GetGlobalFile(effective));
+    global.SetPath(kGlobalFolder);
+    global.SetFullName(effective + ".ini");
+    (void)m_pDom->SetWx("app.path.ini.global", global.GetFullPath());
+}
+
+void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
+    wxString value;
+    if (parser.Found("trace", &value)) {
+        value.Replace("'", "");
+        value.Replace("\"", "");
+        (void)m_pDom->SetWx("app.trace", value);
+    }
+    if (parser.Found("domain_var", &value)) {
+        const std::size_t equals = value.find('=');
+        if (equals == wxString::npos || equals == 0) {
+            PrintToStandardError(wxString::Format(
+                "Ignoring invalid domain variable specification '%s': expected name=value format\n",
+                value));
+        } else {
+            (void)m_pDom->Set(ToUtf8(value.substr(0, equals)), ToUtf8(value.substr(equals + 1)));
+        }
+    }
+    if (parser.Found("unittest", &value)) {
+        if (!HasWildcard(value) && !wxFileName::IsFileReadable(value)) {
+            PrintToStandardError(wxString::Format("%s: not found", value));
+        } else {
+            m_strUnitTest = value;
+            (void)m_pDom->Set("app.mode.unittest", true);
+        }
+    }
+    if (parser.Found("test")) {
+        (void)m_pDom->Set("app.mode.unittest", true);
+    }
+    (void)ZelkaCore::OpenLogFile(m_pDom->GetWxString("app.path.work") + "/log",
+                                 m_pDom->GetWxString("app.log.name"));
+}
+
+void CAgentApp::OpenConfiguration() {
+    auto* config = new wxFileConfig(
+        GetAppName(), GetVendorName(), m_pDom->GetWxString("app.path.ini"),
+        m_pDom->GetWxString("app.path.ini.global"),
+        wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, wxConvAuto(wxFONTENCODING_DEFAULT));
+    wxConfigBase::Set(config);
+
+    const wxString traceList = m_bDefaultAppName
+                                   ? config->Read("Trace", kDefaultTrace)
+                                   : config->Read(GetAppName() + ".Trace", wxEmptyString);
+    wxString fipsMode;
+    if (config->Read("FIPSMode", &fipsMode)) {
+        (void)m_pDom->SetWx("app.fipsmode", fipsMode);
+    }
+    (void)m_pDom->SetWx("app.trace+", traceList);
+    (void)m_pDom->Set("app.fulldump", config->ReadLong("DumpLevel", 0) != 0);
+
+    wxString name;
+    long cookie = 0;
+    for (bool more = config->GetFirstEntry(name, cookie); more;
+         more = config->GetNextEntry(name, cookie)) {
+        long number = 0;
+        if (name.StartsWith("sqlite.config") && config->Read(name, &number)) {
+            (void)m_pDom->SetWx(name, std::int64_t{number});
+        }
+    }
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The arguments of the process in the bytes in which they came. The framework sees a copy that is
+// valid UTF-8, since it drops an argument that is not; Lua scripts get the bytes.
+
+// Keeps the arguments. Called once, first thing in `main`.
+void KeepRawArguments(int argc, char** argv);
+
+const std::vector<std::string>& RawArguments();
+
+// The index of the first argument in front of "--" that is not valid UTF-8: one that the agent
+// itself would have to understand.
+std::optional<std::size_t> FirstInvalidOption();
+
+// The arguments for the framework, valid for the life of the process; as many as the raw ones,
+// those that are not valid UTF-8 with every byte beyond ASCII replaced by '?'.
+char** FrameworkArguments();

@@ -1,0 +1,31 @@
+#include "apps/zelka/host/script_thread.h"
+
+#include "apps/zelka/zelka.h"
+
+namespace {
+
+// Ends the main loop when it goes, so that no way out of the thread leaves the process hanging.
+class MainLoopEnder {
+  public:
+    MainLoopEnder() = default;
+    ~MainLoopEnder() { wxGetApp().EndMainLoop(m_result); }
+    MainLoopEnder(const MainLoopEnder&) = delete;
+    MainLoopEnder& operator=(const MainLoopEnder&) = delete;
+
+    void SetResult(int result) { m_result = result; }
+
+  private:
+    int m_result = -1;
+};
+
+}  // namespace
+
+CScriptThread::~CScriptThread() {
+    requestExit();
+    (void)join();
+}
+
+void CScriptThread::ThreadMain() {
+    MainLoopEnder ender;
+    ender.SetResult(wxGetApp().OnRunScript());
+}

@@ -1,0 +1,46 @@
+// What the script thread does from its first to its last step.
+
+#include <wx/log.h>
+
+#include "apps/zelka/zelka.h"
+#include "platform/service.h"
+#include "zelka_core/trace.h"
+
+int CAgentApp::OnRunScript() {
+    if (m_bBackground) {
+        int result = 0;
+        if (BecomeService(result)) {
+            return result;
+        }
+    }
+    if (const int result = StartAppModule()) {
+        return result;
+    }
+    if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
+        return result;
+    }
+    return RunAppMethod(L"shutdown");
+}
+
+// True if the process was a service, or should have been one and could not; `result` is the
+// process's then. False if no service manager started it: the run is an interactive one from here
+// on.
+bool CAgentApp::BecomeService(int& result) {
+    static constexpr SERVICE_TABLE_ENTRYW kServices[] = {{nullptr, nullptr}};
+    ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript", "Calling StartServiceCtrlDispatcher()");
+    DWORD code = 0;
+    if (!StartServiceCtrlDispatcherW(kServices)) {
+        code = GetLastError();
+        wxLogSysError(static_cast<long>(code), "StartServiceCtrlDispatcher() failed");
+    }
+    ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript", "StartServiceCtrlDispatcher() returned.");
+    if (code != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) {
+        result = 0;
+        return true;
+    }
+    ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript",
+                "App is being run interactively - not as a service.");
+    (void)m_pDom->SetNil("app.background");
+    m_bBackground = false;
+    return false;
+}

@@ -1,0 +1,10 @@
+#include "apps/zelka/script/semicolon_list.h"
+
+#include <wx/tokenzr.h>
+
+void SplitSemicolonList(std::list<wxString>& list, const wxString& text) {
+    wxStringTokenizer entries(text, ";", wxTOKEN_STRTOK);
+    while (entries.HasMoreTokens()) {
+        list.push_back(entries.GetNextToken());
+    }
+}

@@ -1,0 +1,11 @@
+#include "apps/zelka/zelka.h"
+
+#include "zelka_core/log2disk.h"
+
+wxAppTraits* CAgentApp::CreateTraits() {
+    return new CAgentAppTraits;
+}
+
+wxLog* CAgentAppTraits::CreateLogTarget() {
+    return new ZelkaCore::CLog2Disk;
+}

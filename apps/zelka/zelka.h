@@ -1,0 +1,99 @@
+#pragma once
+
+#include <wx/apptrait.h>
+#include <wx/datetime.h>
+#include <wx/filename.h>
+#include <wx/intl.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/events.h"
+#include "platform/headless.h"
+#include "zelka_core/dom.h"
+#include "zelka_core/lua_interpreter.h"
+
+class wxCmdLineParser;
+class wxInputStream;
+class wxOutputStream;
+
+// The application object, one per process. The framework drives it on the main thread:
+// constructor, OnInit, OnRun, OnExit, destructor. The script thread runs OnRunScript.
+//
+// Its members are defined in the folders of the subsystems: host/, script/.
+class CAgentApp : public wxAppBase {
+  public:
+    CAgentApp();
+    ~CAgentApp() override;
+    CAgentApp(const CAgentApp&) = delete;
+    CAgentApp& operator=(const CAgentApp&) = delete;
+
+    bool OnInit() override;
+    int OnRun() override;
+    int OnExit() override;
+    void OnInitCmdLine(wxCmdLineParser& parser) override;
+    bool OnCmdLineParsed(wxCmdLineParser& parser) override;
+
+    // The store of the process, from the constructor to the destructor.
+    [[nodiscard]] ZelkaCore::CDom* Dom() const { return m_pDom; }
+
+    // The run sequence, on the script thread: becomes a service, or runs the application module's
+    // init, main (or the unit test) and shutdown. Returns the process's exit code.
+    int OnRunScript();
+
+    // Ends the main loop with `result`, also before it has begun. From any thread.
+    void EndMainLoop(int result);
+
+  protected:
+    wxAppTraits* CreateTraits() override;
+
+  private:
+    // host/: set-up and tear-down of the process
+    void StartupInit();
+    static void StartupOncePerProcess();
+    static void TeardownOncePerProcess();
+
+    // host/: command line and configuration. Each takes its options from the parser and writes what
+    // they say into members and domain variables.
+    void SettleIdentity(const wxCmdLineParser& parser, const wxFileName& executable);
+    void TakeRunMode(const wxCmdLineParser& parser);
+    bool TakeLuaPaths(const wxCmdLineParser& parser);
+    [[nodiscard]] bool IsZipPathUnderBin(const wxString& list) const;
+    void SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
+    void TakeRemainingOptions(const wxCmdLineParser& parser);
+    void OpenConfiguration();
+
+    // script/: the Lua application. Each returns 0 to go on and anything else to stop; failures
+    // have told standard error why.
+    int StartAppModule();
+    int MakeInterpreter();
+    static int SetupLua(lua_State* L);
+    int SetupLua();
+    void BuildArg(lua_State* L) const;
+    int RunAppMethod(const wchar_t* method);
+    int RunStringChunk(const wxString& text);
+    int RunChunk(wxInputStream& chunk, wxOutputStream* output, const wxString& name);
+    int RunUnitTest();
+    bool BecomeService(int& result);
+    void ExpandZippath();
+
+    bool m_bInstallPlugins = false;  // the switch install_plugins was given
+    bool m_bDefaultAppName = false;  // the application's name is exactly zelk_agent
+    bool m_bBackground = false;      // run as a service
+    wxString m_strExtDir;            // value of the option extdir
+    wxLocale m_locale;
+    ZelkaCore::CDom* m_pDom = nullptr;             // owned
+    ZelkaCore::CLuaInterpreter* m_pLua = nullptr;  // owned; made by StartAppModule
+    wxDateTime m_startTime;
+    wxString m_strUnitTest;               // value of the option unittest, if accepted
+    wxString m_strZipPath;                // value of the option zippath
+    wxWindow* m_pParentWindow = nullptr;  // owned; parent of the frame
+};
+
+// Console traits: event loop and timers are those of a process without a display.
+class CAgentAppTraits : public wxConsoleAppTraits {
+  public:
+    wxLog* CreateLogTarget() override;
+};
+
+wxDECLARE_APP(CAgentApp);  // wxGetApp(), the one application object

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <exception>
+#include <lua.hpp>
+#include <string>
+
+#include "slb3/slb3.h"
+#include "zelka_core/dom.h"
+
+// The Lua class of the domain store. Scripts see it as `dom`.
+
+namespace ZelkaCore {
+
+inline constexpr const char* kDomClass = "SLB.Dom";
+
+// The store at argument 1; raises a Lua error that names `member` if there is none.
+CDom& CheckDom(lua_State* L, const char* member);
+
+// Calls a function that may throw; a C++ exception becomes a Lua error with its text.
+int CallGuarded(lua_State* L, lua_CFunction function);
+
+// Whether the value of that name must not be shown: the name holds "password", "secret" or "token",
+// in any case.
+bool IsSecretName(const std::string& name);
+
+}  // namespace ZelkaCore
+
+template <>
+struct SLB3::Wrapper<ZelkaCore::CDom> {
+    // Adds the members that scripts call.
+    static void Register(internal::Class<ZelkaCore::CDom>& definition);
+};

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <lua.hpp>
+
+namespace ZelkaCore {
+
+// What the host changes in Lua's standard libraries on this platform.
+class LuaPatchForWin {
+  public:
+    // Changes, in a state with open libraries:
+    //   coroutine.create, coroutine.wrap  behave as ever, and dumps know the threads they make
+    //   os.exit([code])                   ends the process with what was written so far flushed;
+    //                                     it works from any thread, and nothing is run any more
+    //   os.setlocale                      answers nil to any change: the text settings belong to
+    //                                     the whole process
+    // Returns 0; may raise a Lua error.
+    static int LuaPatch(lua_State* L);
+
+    // Pushes the table whose keys are the Lua threads that scripts have made and that still exist.
+    static void PushThreads(lua_State* L);
+};
+
+}  // namespace ZelkaCore

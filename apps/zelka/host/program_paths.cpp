@@ -70,5 +70,6 @@ int CAgentApp::OnExit() {
         wxLogVerbose("Run time was %s", runTime.Format("%Dd %H:%M:%S.%l"));
     }
     CoUninitialize();
+    wxLog::FlushActive();  // records of the script thread that the main loop did not come to
     return wxAppBase::OnExit();
 }

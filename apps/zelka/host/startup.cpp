@@ -59,7 +59,10 @@ void CAgentApp::StartupInit() {
     wxLog::SetVerbose(true);
     wxLog::SetLogLevel(wxLOG_Info);
     wxLog::SetTimestamp("%Y-%m-%d %H:%M:%S");
-    (void)m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
+    {
+        const wxLogNull quiet;  // a locale that is not installed is no operator's trouble
+        (void)m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
+    }
     PinTextEncoding();
 
     StartupOncePerProcess();

@@ -1,5 +1,7 @@
 // The one interpreter of the process and its global environment, before any script runs.
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include "apps/zelka/host/raw_arguments.h"
@@ -10,6 +12,7 @@
 #include "zelka_core/text.h"
 #include "zelka_core/trace.h"
 
+using ZelkaCore::CDom;
 using ZelkaCore::CLuaInterpreter;
 using ZelkaCore::CLuaStateLock;
 using ZelkaCore::ToUtf8;
@@ -24,12 +27,22 @@ const char* ErrorText(lua_State* L) {
     return text != nullptr ? text : luaL_typename(L, -1);
 }
 
+// The memory that scripts may use, in MiB, from the variable `app.lua.memoryLimit`. Unset or no positive
+// number: the interpreter's own limit stays.
+void ApplyMemoryLimit(const CDom& dom, CLuaInterpreter& interpreter) {
+    unsigned long long mebibytes = 0;
+    if (dom.GetWxString("app.lua.memoryLimit").ToULongLong(&mebibytes) && mebibytes != 0) {
+        interpreter.SetMemoryLimit(std::min(mebibytes, ULLONG_MAX >> 20) << 20);
+    }
+}
+
 }  // namespace
 
 // Makes the interpreter and sets it up in one protected call. Returns a Lua status.
 int CAgentApp::MakeInterpreter() {
     const wxString name = wxString::Format("%s.lua", GetAppName());
     m_pLua = new CLuaInterpreter(false, name.wc_str(), true);
+    ApplyMemoryLimit(*m_pDom, *m_pLua);
     const CLuaStateLock::Hold hold(m_pLua->Lock());
     lua_State* L = m_pLua->L();
     lua_pushlightuserdata(L, this);

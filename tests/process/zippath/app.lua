@@ -1,0 +1,2 @@
+print(dom:Get("app.lua.path"))
+return {}

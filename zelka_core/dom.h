@@ -81,9 +81,10 @@ class CDom {
     // store. Without the booleans each thread gets one line.
     static int DumpAllLua(lua_State* L);
 
-  private:
+  protected:
     CDom() = default;
 
+  private:
     bool Write(const std::string& name, Value value);
 
     CConditions m_conditions;

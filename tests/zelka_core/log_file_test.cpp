@@ -1,0 +1,91 @@
+#include "zelka_core/log_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/scratch_folder.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+namespace {
+
+using testing::HasSubstr;
+
+// The log file is one for the process and closes for good, so each test runs in a child process.
+class LogFileDeathTest : public testing::Test {
+  protected:
+    static wxString Folder(const ScratchFolder& scratch) {
+        return FromUtf8((scratch.Path() / "log").string());
+    }
+    const ScratchFolder scratch;
+};
+
+TEST_F(LogFileDeathTest, LinesThatStillWaitAtTheEndGoToStandardError) {
+    EXPECT_EXIT(
+        {
+            WriteLogLine("one", FlushLog::kLater);
+            WriteLogLine("two", FlushLog::kNow);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "one\ntwo\n");
+}
+
+TEST_F(LogFileDeathTest, AFileThatCannotBeOpenedGivesItsLinesToStandardError) {
+    EXPECT_EXIT(
+        {
+            WriteLogLine("before", FlushLog::kLater);
+            const bool open = OpenLogFile("/proc/nowhere", "x");
+            WriteLogLine("after", FlushLog::kLater);
+            std::exit(open ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "/proc/nowhere.*\nbefore\nafter\n");
+}
+
+TEST_F(LogFileDeathTest, ADiskThatIsFullGivesItsLinesToStandardErrorAndSaysWhyOnce) {
+    (void)scratch.Write("log/unused", "");
+    std::filesystem::create_symlink("/dev/full", scratch.Path() / "log/x.log");
+    EXPECT_EXIT(
+        {
+            (void)OpenLogFile(Folder(scratch), "x");
+            const std::string line(10'000, 'x');
+            WriteLogLine(line, FlushLog::kNow);
+            WriteLogLine("the last line", FlushLog::kNow);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "No space left on device");
+}
+
+TEST_F(LogFileDeathTest, WaitingLinesComeFirstAndASeparatorInTheNameIsNoFolder) {
+    EXPECT_EXIT(
+        {
+            WriteLogLine("early", FlushLog::kLater);
+            (void)OpenLogFile(Folder(scratch), "a/b");
+            WriteLogLine("late", FlushLog::kLater);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(ReadFile(scratch.Path() / "log/a_b.log"), "early\nlate\n");
+}
+
+TEST_F(LogFileDeathTest, GrowsNoFurtherThanTenMebibytesAndKeepsFiveOlderFiles) {
+    EXPECT_EXIT(
+        {
+            (void)OpenLogFile(Folder(scratch), "x");
+            const std::string line(1 << 20, 'x');
+            for (int i = 0; i < 70; ++i) {
+                WriteLogLine(line, FlushLog::kLater);
+            }
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    std::size_t files = 0;
+    for (const auto& file : std::filesystem::directory_iterator(scratch.Path() / "log")) {
+        EXPECT_LE(file.file_size(), 10U << 20U) << file.path();
+        EXPECT_EQ(file.status().permissions(), std::filesystem::perms(0600)) << file.path();
+        ++files;
+    }
+    EXPECT_EQ(files, 6U);
+}
+
+}  // namespace
+}  // namespace ZelkaCore

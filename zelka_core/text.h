@@ -3,10 +3,15 @@
 #include <wx/string.h>
 
 #include <string>
+#include <string_view>
 
 // Text inside the host is wxString; narrow strings are UTF-8 wherever they come from.
 
 namespace ZelkaCore {
+
+// True for well-formed UTF-8 as RFC 3629 has it: shortest form, no surrogates, nothing above
+// U+10FFFF.
+bool IsValidUtf8(std::string_view bytes);
 
 std::string ToUtf8(const wxString& text);
 

@@ -18,6 +18,19 @@ TEST(Text, KeepsAnEmbeddedNull) {
 
 TEST(Text, TakesBytesThatAreNotUtf8AsLatin1) {
     EXPECT_EQ(FromUtf8("\xe4"), wxString(wchar_t(0xe4)));
+    EXPECT_EQ(FromUtf8("\xf4\x90\x80\x80").length(), 4U);
+}
+
+TEST(Text, KnowsWellFormedUtf8) {
+    for (const char* good :
+         {"", "a", "\xc2\x80", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xf4\x8f\xbf\xbf"}) {
+        EXPECT_TRUE(IsValidUtf8(good)) << good;
+    }
+    for (const char* bad :
+         {"\x80", "\xc1\xbf", "\xc3", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82",
+          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\xc3\x28"}) {
+        EXPECT_FALSE(IsValidUtf8(bad)) << bad;
+    }
 }
 
 }  // namespace

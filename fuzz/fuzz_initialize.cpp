@@ -1,0 +1,16 @@
+#include <wx/init.h>
+#include <wx/log.h>
+
+#include "platform/process_setup.h"
+
+// A fuzz target runs under the same settings as the agent: UTF-8 text, assertions off. What is
+// logged about bad input is no finding.
+extern "C" int LLVMFuzzerInitialize(int*, char***);
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    PinTextEncoding();
+    wxTheAssertHandler = nullptr;
+    static const wxInitializer framework;
+    wxLog::EnableLogging(false);
+    return 0;
+}

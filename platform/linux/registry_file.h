@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+// The registry file on the disk.
+
+// $ZELKA_REGISTRY, or /etc/zelka/registry.ini if that is not set or empty.
+std::string RegistryFilePath();
+
+// The content; empty for a missing file. Nothing if there is a file that cannot be read, that is
+// not a regular one, or that is larger than 1 MiB. That and the lines that make no sense are told
+// by warnings, once in a process each.
+std::optional<std::string> ReadRegistryFile(const std::string& path);
+
+// Whether this user may replace the file.
+bool CanReplaceRegistryFile(const std::string& path);
+
+// Puts a new content in place of that of an existing file, whose mode, owner and group are kept,
+// and which stays what it is when it is a link to another file. A reader sees the old content or
+// the new one. Gives an error code, 0 for success; after a failure the old content is there.
+int ReplaceRegistryFile(const std::string& path, const std::string& content);

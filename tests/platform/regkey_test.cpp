@@ -1,0 +1,172 @@
+#include "platform/regkey.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "tests/support/log_lines.h"
+#include "tests/support/scratch_folder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Registry : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(setenv("ZELKA_REGISTRY", m_path.c_str(), 1), 0); }
+    void TearDown() override { ASSERT_EQ(unsetenv("ZELKA_REGISTRY"), 0); }
+
+    void Write(const std::string& content) { m_path = m_folder.Write("registry.ini", content); }
+    [[nodiscard]] std::string Content() const { return ReadFile(m_path); }
+
+    ScratchFolder m_folder;
+    fs::path m_path = m_folder.Path() / "registry.ini";
+};
+
+std::string Text(const wxRegKey& key, const wxString& name) {
+    wxString data = "untouched";
+    (void)key.QueryValue(name, data);
+    return data.utf8_string();
+}
+
+long Number(const wxRegKey& key, const wxString& name) {
+    long data = -77;
+    (void)key.QueryValue(name, &data);
+    return data;
+}
+
+TEST_F(Registry, AKeyIsFoundByEitherNameOfItsRootAndWithoutRegardToCase) {
+    Write(
+        "\xEF\xBB\xBF[HKEY_LOCAL_MACHINE\\Software\\Orvane\\Zelk Agent]\r\n"
+        "Work Dir = C:\\a=\"b\" \r\n"
+        "\xC3\x84=umlaut\r\n"
+        "[hklm\\SOFTWARE\\\\orvane\\zelk agent\\]\r\n"
+        "@=default");
+    for (const char* path : {R"(HKLM\SOFTWARE\Orvane\Zelk Agent)",
+                             R"(hkey_local_machine\software\orvane\zelk agent)"}) {
+        wxRegKey key{wxString(path)};
+        ASSERT_TRUE(key.Open(wxRegKey::Read)) << path;
+        EXPECT_TRUE(key.HasValue("WORK DIR"));
+        EXPECT_EQ(Text(key, "work dir"), "C:\\a=\"b\"");
+        EXPECT_EQ(Text(key, wxString::FromUTF8("\xC3\xA4")), "umlaut");
+        EXPECT_EQ(Text(key, ""), "default");
+        EXPECT_FALSE(key.HasValue("Work"));
+        EXPECT_EQ(Text(key, "Work"), "untouched");
+    }
+}
+
+TEST_F(Registry, AKeyExistsWhenOneBelowItDoesAndRootsAlwaysExist) {
+    Write("[HKLM\\Software\\Orvane\\Agent]\n");
+    wxRegKey key(wxRegKey::HKLM, "Software");
+    EXPECT_TRUE(key.Open(wxRegKey::Read));
+    EXPECT_TRUE(key.HasSubKey("ORVANE"));
+    EXPECT_TRUE(key.HasSubKey("Orvane\\Agent"));
+    EXPECT_FALSE(key.HasSubKey("Orv"));
+    EXPECT_TRUE(wxRegKey(wxRegKey::HKCU, "").Open(wxRegKey::Read));
+
+    for (const char* stranger :
+         {"", "HKLM2\\Software", "Software", "HKLM\\Soft", "HKLM/Software"}) {
+        key.SetName(wxString(stranger));
+        EXPECT_FALSE(key.IsOpened());
+        EXPECT_FALSE(key.Open(wxRegKey::Read)) << stranger;
+        EXPECT_FALSE(key.HasSubKey("Orvane") || key.HasValue("")) << stranger;
+    }
+}
+
+TEST_F(Registry, AMissingFileIsAnEmptyRegistry) {
+    const LogLines log;
+    EXPECT_FALSE(wxRegKey("HKLM\\Software").Open(wxRegKey::Read));
+    EXPECT_TRUE(wxRegKey("HKLM\\Software").DeleteKey("Flag"));
+    EXPECT_FALSE(fs::exists(m_path));
+    EXPECT_THAT(log.Lines(), ElementsAre());
+}
+
+TEST_F(Registry, NumbersAreDecimalOrHexadecimalAndWhole) {
+    Write("[HKLM\\a]\n1=42\n2=-5\n3=0x1F\n4=9223372036854775808\n5=1 2\n6=\n7=0x\n8=0x-1\n9=010\n");
+    const wxRegKey key("HKLM\\a");
+    EXPECT_EQ(Number(key, "1"), 42);
+    EXPECT_EQ(Number(key, "2"), -5);
+    EXPECT_EQ(Number(key, "3"), 31);
+    EXPECT_EQ(Number(key, "9"), 10);
+    for (const char* bad : {"4", "5", "6", "7", "8", "none"}) {
+        EXPECT_EQ(Number(key, bad), -77) << bad;
+    }
+}
+
+TEST_F(Registry, LinesThatMakeNoSenseAreToldOnceWithTheirPlaceAndSkipped) {
+    using std::string_literals::operator""s;
+    Write(
+        "before=any key\n[HKLM\\a]\nx=1\nnonsense\ny=\xFF\nn=\0\n[HKLM\\b\nx=2\n[other\\c]\n"
+        "[HKLM\\a]\nx=3"s);
+    const LogLines log;
+    const wxRegKey key("HKLM\\a");
+    EXPECT_EQ(Number(key, "x"), 3);
+    EXPECT_FALSE(key.HasValue("y") || key.HasValue("n") || wxRegKey("HKLM\\b").Exists());
+    std::vector<testing::Matcher<std::string>> told;
+    for (const char* line : {":1:", ":4:", ":5:", ":6:", ":7:", ":8:", ":9:"}) {
+        told.push_back(HasSubstr(m_path.string() + line));
+    }
+    EXPECT_THAT(log.Lines(), testing::ElementsAreArray(told));
+}
+
+TEST_F(Registry, WhatCannotBeReadCountsAsEmptyAndIsNotReplaced) {
+    const std::string large = "[HKLM\\a\\b]\n" + std::string(1U << 20U, ';');
+    Write(large);
+    const LogLines log;
+    EXPECT_FALSE(wxRegKey("HKLM\\a").Open(wxRegKey::Read));
+    EXPECT_FALSE(wxRegKey("HKLM\\a").DeleteKey("b"));
+    EXPECT_EQ(Content(), large);
+    ASSERT_EQ(log.Lines().size(), 2U);
+    EXPECT_THAT(log.Lines()[0], HasSubstr("larger than 1 MiB"));
+
+    ASSERT_TRUE(fs::remove(m_path));
+    ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+    EXPECT_FALSE(wxRegKey("HKLM\\a").Open(wxRegKey::Read));
+}
+
+TEST_F(Registry, DeletingAKeyTakesWhatIsBelowItAndLeavesEveryOtherLineAlone) {
+    Write(
+        "# head\r\n[HKLM\\Software\\Keep]\r\nX = 1\r\n\r\n"
+        "[HKLM\\Software\\Flag]\nx=1\n; why\nnonsense, too\n\n"
+        "[HKLM\\Software\\Flags]\nx=1\n"
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\FLAG\\Deep\\Down]\nx=1\n"
+        "[HKLM\\Software]\nlast=1");
+    fs::permissions(m_path, fs::perms{0640});
+    const fs::path link = m_folder.Path() / "link.ini";
+    fs::create_symlink("registry.ini", link);
+    ASSERT_EQ(setenv("ZELKA_REGISTRY", link.c_str(), 1), 0);
+
+    const LogLines log;
+    wxRegKey key(wxRegKey::HKLM, "software");
+    ASSERT_TRUE(key.Open(wxRegKey::Read));
+    EXPECT_TRUE(key.DeleteKey("flag"));
+    EXPECT_FALSE(key.HasSubKey("Flag"));
+    EXPECT_EQ(Content(),
+              "# head\r\n[HKLM\\Software\\Keep]\r\nX = 1\r\n\r\n"
+              "; why\nnonsense, too\n"
+              "[HKLM\\Software\\Flags]\nx=1\n"
+              "[HKLM\\Software]\nlast=1");
+    EXPECT_EQ(fs::status(m_path).permissions(), fs::perms{0640});
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder.Path()), fs::directory_iterator()), 2);
+}
+
+TEST_F(Registry, RootsAndTheKeysDirectlyBelowThemAreNeverDeleted) {
+    const std::string content = "[HKLM\\Software\\a]\nx=1\n";
+    Write(content);
+    const LogLines log;
+    EXPECT_FALSE(wxRegKey("HKLM").DeleteSelf());
+    EXPECT_FALSE(wxRegKey("HKLM\\Software").DeleteSelf());
+    EXPECT_FALSE(wxRegKey("HKLM").DeleteKey("Software"));
+    EXPECT_FALSE(wxRegKey("HKLM\\Software\\a").DeleteKey(""));
+    EXPECT_EQ(Content(), content);
+    EXPECT_EQ(log.Lines().size(), 4U);
+}
+
+}  // namespace

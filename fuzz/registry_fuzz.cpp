@@ -1,0 +1,63 @@
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/registry_text.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+constexpr int kLinesCompared = 64;
+
+void Require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+bool IsAtOrBelow(const wxString& key, const wxString& top) {
+    return (key + '\\').StartsWith(top + '\\');
+}
+
+// What the text says of keys that do not go with `removed` is said by `rest`, too.
+void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
+                               const wxString& removed) {
+    RegistryReader reader(text);
+    for (int lines = 0; lines < kLinesCompared && reader.Next(); ++lines) {
+        const wxString& key = reader.Key();
+        if (key.empty() || IsAtOrBelow(key, removed)) {
+            continue;
+        }
+        Require(HasRegistryKey(rest, key));
+        const wxString& name = reader.Current().name;
+        Require(FindRegistryValue(text, key, name) == FindRegistryValue(rest, key, name));
+    }
+}
+
+}  // namespace
+
+// Every byte belongs to one line; a key that is removed is gone, with nothing else.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    std::string joined;
+    wxString key;
+    RegistryReader reader(text);
+    while (reader.Next()) {
+        joined += reader.Current().text;
+        if (key.empty()) {
+            key = reader.Key();
+        }
+    }
+    Require(joined == text);
+    if (key.empty()) {
+        return 0;
+    }
+    Require(CanonicalRegistryKey(key) == key);
+    const std::string rest = WithoutRegistryKey(text, key);
+    Require(!HasRegistryKey(rest, key));
+    RequireTheSameOfOtherKeys(text, rest, key);
+    return 0;
+}

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/support/log_lines.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"
 
 namespace {
@@ -80,7 +80,7 @@ TEST_F(Registry, AKeyExistsWhenOneBelowItDoesAndRootsAlwaysExist) {
 }
 
 TEST_F(Registry, AMissingFileIsAnEmptyRegistry) {
-    const LogLines log;
+    const CapturedLog log;
     EXPECT_FALSE(wxRegKey("HKLM\\Software").Open(wxRegKey::Read));
     EXPECT_TRUE(wxRegKey("HKLM\\Software").DeleteKey("Flag"));
     EXPECT_FALSE(fs::exists(m_path));
@@ -104,7 +104,7 @@ TEST_F(Registry, LinesThatMakeNoSenseAreToldOnceWithTheirPlaceAndSkipped) {
     Write(
         "before=any key\n[HKLM\\a]\nx=1\nnonsense\ny=\xFF\nn=\0\n[HKLM\\b\nx=2\n[other\\c]\n"
         "[HKLM\\a]\nx=3"s);
-    const LogLines log;
+    const CapturedLog log;
     const wxRegKey key("HKLM\\a");
     EXPECT_EQ(Number(key, "x"), 3);
     EXPECT_FALSE(key.HasValue("y") || key.HasValue("n") || wxRegKey("HKLM\\b").Exists());
@@ -118,7 +118,7 @@ TEST_F(Registry, LinesThatMakeNoSenseAreToldOnceWithTheirPlaceAndSkipped) {
 TEST_F(Registry, WhatCannotBeReadCountsAsEmptyAndIsNotReplaced) {
     const std::string large = "[HKLM\\a\\b]\n" + std::string(1U << 20U, ';');
     Write(large);
-    const LogLines log;
+    const CapturedLog log;
     EXPECT_FALSE(wxRegKey("HKLM\\a").Open(wxRegKey::Read));
     EXPECT_FALSE(wxRegKey("HKLM\\a").DeleteKey("b"));
     EXPECT_EQ(Content(), large);
@@ -142,7 +142,7 @@ TEST_F(Registry, DeletingAKeyTakesWhatIsBelowItAndLeavesEveryOtherLineAlone) {
     fs::create_symlink("registry.ini", link);
     ASSERT_EQ(setenv("ZELKA_REGISTRY", link.c_str(), 1), 0);
 
-    const LogLines log;
+    const CapturedLog log;
     wxRegKey key(wxRegKey::HKLM, "software");
     ASSERT_TRUE(key.Open(wxRegKey::Read));
     EXPECT_TRUE(key.DeleteKey("flag"));
@@ -160,7 +160,7 @@ TEST_F(Registry, DeletingAKeyTakesWhatIsBelowItAndLeavesEveryOtherLineAlone) {
 TEST_F(Registry, RootsAndTheKeysDirectlyBelowThemAreNeverDeleted) {
     const std::string content = "[HKLM\\Software\\a]\nx=1\n";
     Write(content);
-    const LogLines log;
+    const CapturedLog log;
     EXPECT_FALSE(wxRegKey("HKLM").DeleteSelf());
     EXPECT_FALSE(wxRegKey("HKLM\\Software").DeleteSelf());
     EXPECT_FALSE(wxRegKey("HKLM").DeleteKey("Software"));

@@ -12,6 +12,14 @@ CapturedLog::~CapturedLog() {
                           : wxLog::SetThreadActiveTarget(m_outer));
 }
 
-void CapturedLog::DoLogText(const wxString& text) {
-    m_text += text.utf8_string() + "\n";
+std::string CapturedLog::Text() const {
+    std::string text;
+    for (const std::string& line : m_lines) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+void CapturedLog::DoLogRecord(wxLogLevel, const wxString& message, const wxLogRecordInfo&) {
+    m_lines.push_back(message.utf8_string());
 }

@@ -3,6 +3,7 @@
 #include <wx/log.h>
 
 #include <string>
+#include <vector>
 
 // Takes the log records of the thread that makes it, for as long as it lives.
 class CapturedLog : public wxLog {
@@ -10,14 +11,17 @@ class CapturedLog : public wxLog {
     CapturedLog();
     ~CapturedLog() override;
 
-    // The records so far, a line each.
-    [[nodiscard]] const std::string& Text() const { return m_text; }
+    // The texts of the records so far.
+    [[nodiscard]] const std::vector<std::string>& Lines() const { return m_lines; }
+    // All of them, with a line end behind each.
+    [[nodiscard]] std::string Text() const;
 
   protected:
-    void DoLogText(const wxString& text) override;
+    void DoLogRecord(wxLogLevel level, const wxString& message,
+                     const wxLogRecordInfo& info) override;
 
   private:
     const bool m_onMainThread;
     wxLog* m_outer;
-    std::string m_text;
+    std::vector<std::string> m_lines;
 };

@@ -20,7 +20,7 @@
 
 #include "platform/pidfd.h"
 #include "platform/scoped_fd.h"
-#include "tests/support/log_lines.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"
 #include "zelka_core/text.h"
 
@@ -207,7 +207,7 @@ TEST(KillProcess, AProcessThatItsParentNeverCollectsIsGoneNonetheless) {
 }
 
 TEST(KillProcess, RefusesWhatMustNotBeStoppedAndSaysSo) {
-    const LogLines log;
+    const CapturedLog log;
     EXPECT_FALSE(KillProcess(0, -1));
     EXPECT_FALSE(KillProcess(static_cast<unsigned long>(getpid()), -1));
     EXPECT_FALSE(KillProcess((1UL << 32U) + 2, -1));
@@ -247,7 +247,7 @@ TEST(Execute, SplitsArgumentsAtBlanksOutsideDoubleQuotes) {
 }
 
 TEST(Execute, ReadsMegabytesOnBothOutputsKeepsTheFirstOfEachAndTellsWhatItDropped) {
-    const LogLines log;
+    const CapturedLog log;
     const Outcome outcome = RunProgram("/bin/sh",
                                        "-c \"head -c 3000000 /dev/zero >&2; echo -n x; yes "
                                        "\xC3\xA4 | tr -d '\\n' | head -c 4000000\"");
@@ -287,7 +287,7 @@ TEST(Execute, HandsDownNeitherDescriptorsNorSignalSettings) {
 }
 
 TEST(Execute, LeavesEverythingUntouchedWhenTheProgramCannotBeStartedAndSaysWhy) {
-    const LogLines log;
+    const CapturedLog log;
     for (const auto& [program, arguments] : {std::pair<wxString, wxString>{"/nowhere/nginx", ""},
                                              {"/etc", ""},
                                              {"/bin/echo", "\"unclosed"},

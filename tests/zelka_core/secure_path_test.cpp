@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/support/log_lines.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"
 #include "zelka_core/text.h"
 
@@ -56,7 +56,7 @@ TEST(SecurePath, RecursivelyEverythingBelowIsSecuredButNothingBehindALink) {
     SetMode(work, 0777);
     SetMode(work / "a", 0777);
     SetMode(file, 0755);
-    const LogLines log;
+    const CapturedLog log;
     Secure(work.string(), true);
     for (const fs::path& path : {work, work / "a", work / "a/b", file}) {
         EXPECT_TRUE(IsSecured(path.string())) << path;
@@ -74,7 +74,7 @@ TEST(SecurePath, ALinkIsNeitherSecuredNorFollowed) {
         SetMode(target, 0755);
         SetMode(target / "file", 0644);
         for (const std::string& name : {link.string(), link.string() + "/"}) {
-            const LogLines log;
+            const CapturedLog log;
             Secure(name, true);
             EXPECT_FALSE(IsSecured(name));
             EXPECT_EQ(log.Lines().size(), 1U);
@@ -103,7 +103,7 @@ TEST(SecurePath, WhatCannotBeSecuredIsTold) {
     const std::string pipe = (folder.Path() / "pipe").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& path : {pipe, pipe + ".none"}) {
-        const LogLines log;
+        const CapturedLog log;
         Secure(path, false);
         EXPECT_FALSE(IsSecured(path));
         ASSERT_EQ(log.Lines().size(), 1U);

@@ -15,10 +15,8 @@ using ZelkaCore::ToUtf8;
 
 namespace {
 
-constexpr const char* kGlobalFolder = "/etc";
 constexpr const char* kDefaultTrace =
     "Appl,Cmd,Srvc,zelka.Heartbeat,zelka.ListenThread,zelka.PluginUtils";
-constexpr int kOwnerReadWrite = 0600;
 
 void PrintToStandardError(const wxString& text) {
     (void)std::fputs(ToUtf8(text).c_str(), stderr);
@@ -28,37 +26,7 @@ bool HasWildcard(const wxString& path) {
     return path.find_first_of("*?") != wxString::npos;
 }
 
-wxString DefaultWorkdir(wxFileName executable) {
-    (void)executable.AppendDir("work");
-    (void)executable.MakeAbsolute();
-    return executable.GetPath(wxPATH_GET_VOLUME);
-}
-
-wxString GivenWorkdir(const wxString& given) {
-    wxFileName folder;
-    folder.AssignDir(wxExpandEnvVars(given));
-    (void)folder.MakeAbsolute();
-    return folder.GetPath(wxPATH_GET_VOLUME);
-}
-
 }  // namespace
-
-void CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable) {
-    wxString given;
-    const wxString workdir =
-        parser.Found("workdir", &given) ? GivenWorkdir(given) : DefaultWorkdir(executable);
-    if (!wxFileName::DirExists(workdir)) {
-        (void)wxFileName::Mkdir(workdir, kOwnerReadWrite | 0100, wxPATH_MKDIR_FULL);
-    }
-    (void)m_pDom->SetWx("app.path.work", workdir);
-
-    const wxString effective = m_pDom->GetWxString("app.name.effective");
-    (void)m_pDom->SetWx("app.path.ini", wxFileName(workdir, effective, "ini").GetFullPath());
-    wxFileName global(wxFileConfig::GetGlobalFile(effective));
-    global.SetPath(kGlobalFolder);
-    global.SetFullName(effective + ".ini");
-    (void)m_pDom->SetWx("app.path.ini.global", global.GetFullPath());
-}
 
 void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
     wxString value;

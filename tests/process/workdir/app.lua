@@ -1,0 +1,2 @@
+print(dom:Get("app.path.work"))
+return {}

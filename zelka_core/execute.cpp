@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <wx/log.h>
@@ -18,13 +17,12 @@
 
 #include "platform/pidfd.h"
 #include "platform/scoped_fd.h"
+#include "zelka_core/output_pipe.h"
 #include "zelka_core/processes.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
 namespace {
-
-constexpr std::size_t kOutputLimit = 1'048'576;
 
 // Splits as Execute promises. Nothing if the last double quote is not closed.
 std::optional<std::vector<std::string>> SplitArguments(const std::string& text) {
@@ -51,88 +49,6 @@ std::optional<std::vector<std::string>> SplitArguments(const std::string& text) 
     }
     return words;
 }
-
-// One output of the program: a pipe, and what came through it so far.
-class OutputPipe {
-  public:
-    bool Open() {
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            return false;
-        }
-        m_reading.Reset(ends[0]);
-        const ScopedFd writing(ends[1]);
-        // Above the standard descriptors, which the program's are put on one after the other.
-        m_writing.Reset(fcntl(writing.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-        return m_writing.IsOpen() && fcntl(m_reading.Get(), F_SETFL, O_NONBLOCK) == 0;
-    }
-
-    [[nodiscard]] int Reading() const { return m_reading.Get(); }
-    [[nodiscard]] int Writing() const { return m_writing.Get(); }
-    void CloseWriting() { m_writing.Reset(); }
-
-    // Takes what is there, `most` bytes at most, and closes the pipe at its end. Returns the number
-    // of bytes.
-    std::size_t Take(std::size_t most) {
-        std::array<char, 65'536> buffer;
-        const ssize_t count = read(m_reading.Get(), buffer.data(), std::min(most, buffer.size()));
-        if (count <= 0) {
-            if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-                m_reading.Reset();
-            }
-            return 0;
-        }
-        const auto bytes = static_cast<std::size_t>(count);
-        const std::size_t kept = std::min(bytes, kOutputLimit - m_content.size());
-        m_content.append(buffer.data(), kept);
-        m_dropped += bytes - kept;
-        return bytes;
-    }
-
-    // Takes what lies in the pipe now, and not what somebody may go on writing.
-    void TakeTheRest() {
-        int pending = 0;
-        if (!m_reading.IsOpen() || ioctl(m_reading.Get(), FIONREAD, &pending) != 0) {
-            return;
-        }
-        auto left = static_cast<std::size_t>(std::max(pending, 0));
-        while (left > 0) {
-            const std::size_t taken = Take(left);
-            if (taken == 0) {
-                return;
-            }
-            left -= taken;
-        }
-    }
-
-    // The content as text, told to the log if it is not all of it.
-    [[nodiscard]] wxString Text(const std::string& program, const char* name) {
-        if (m_dropped != 0) {
-            DropBrokenCharacter();
-            wxLogWarning("%s: %zu bytes of its %s were dropped", FromUtf8(program), m_dropped,
-                         wxString::FromAscii(name));
-        }
-        return FromUtf8(m_content);
-    }
-
-  private:
-    // A character of several bytes may have been cut at the end.
-    void DropBrokenCharacter() {
-        std::size_t last = m_content.size() - 1;
-        while (last > 0 && (static_cast<unsigned char>(m_content[last]) & 0xC0U) == 0x80U) {
-            --last;
-        }
-        if (static_cast<unsigned char>(m_content[last]) >= 0xC0U) {
-            m_dropped += m_content.size() - last;
-            m_content.resize(last);
-        }
-    }
-
-    ScopedFd m_reading;
-    ScopedFd m_writing;
-    std::string m_content;
-    std::size_t m_dropped = 0;
-};
 
 // How the program is started: with which descriptors and which signal settings.
 class SpawnSettings {
@@ -214,7 +130,11 @@ class Run {
         output.CloseWriting();
         errors.CloseWriting();
         m_process.Reset(pidfd_open(m_pid, 0));
-        return m_process.IsOpen() ? 0 : errno;
+        code = m_process.IsOpen() ? 0 : errno;
+        if (code == ESRCH) {
+            m_pid = 0;  // it ended and was collected behind our back
+        }
+        return code;
     }
 
     int ReadUntilItEnds() {
@@ -235,7 +155,7 @@ class Run {
             }
             for (auto [pipe, ready] : {std::pair(&output, waited[1]), {&errors, waited[2]}}) {
                 if (ready.revents != 0) {
-                    (void)pipe->Take(kOutputLimit);
+                    pipe->Take();
                 }
             }
         }

@@ -1,0 +1,100 @@
+---@meta
+-- What the agent gives to a Lua application, for editors that read LuaLS annotations: put the folder
+-- of this file into `workspace.library`. It only describes; it is never run by an application.
+--
+-- Every member raises an error that names the member and the argument if an argument is wrong.
+
+---What a domain variable holds. Integers have 64 bits, of which a Lua number keeps 53 exactly; see
+---`GetString`.
+---@alias DomValue string|integer|boolean
+
+---The domain store: the one object through which the host and the Lua application share state. It
+---holds named variables, carries named conditions and knows where plug-ins keep their files. Every
+---member may be called from any coroutine, and each is one step: no other thread sees half of it.
+---@class SLB.Dom
+dom = {}
+
+---Reads a domain variable.
+---@param name string
+---@return DomValue|nil value  nil if the variable is absent
+function dom:Get(name) end
+
+---Reads the text form of a domain variable: a string as it is, an integer in decimal with all of its
+---64 bits, a boolean as "true" or "false".
+---@param name string
+---@return string|nil text  nil if the variable is absent
+function dom:GetString(name) end
+
+---Writes a domain variable, whatever it held before. A number has to be integral and of at most
+---64 bits; nil makes the variable absent.
+---@param name string  not empty
+---@param value DomValue|nil
+function dom:Set(name, value) end
+
+---Makes a domain variable absent. Nothing happens if it is absent already.
+---@param name string
+function dom:SetNil(name) end
+
+---Lists the domain variables that have a value.
+---@param prefix? string  only names that begin with it
+---@return string[] names  sorted by their bytes
+function dom:Names(prefix) end
+
+---Raises a condition: wakes every thread of the process that waits for it, and counts once for every
+---Lua application that waits for it later.
+---@param name string  not empty
+---@return integer woken  how many were waiting
+function dom:ConditionRaise(name) end
+
+---Waits until a condition is raised or an event is signalled, and lets the rest of the agent work
+---meanwhile. A condition that was raised since this application last saw it counts at once, so no
+---raise is lost between two waits; several raises in between count as one. If several have happened,
+---the first in the list is returned and the others keep their signal.
+---@param timeout_ms integer  how long at most, in milliseconds; -1 waits without limit
+---@param ... string|integer  names of conditions, and handles of events as the variables
+---`app.windows.service.stopEvent` and `app.windows.service.hardenEvent` hold them; at most 63 handles
+---@return string|integer|nil fired  the argument that ended the wait; nil if the time is over
+function dom:Wait(timeout_ms, ...) end
+
+---Signals an event, for instance the one in `app.windows.service.hardenEvent`.
+---@param handle integer
+---@return boolean done  false if the handle is not that of an open event
+function dom:EventSet(handle) end
+
+---Tells the full path of a file in the working folder of a plug-in. Neither the file nor the folder
+---needs to exist, and none is made.
+---@param plugin string  a plain name without a folder
+---@param file string  a plain name without a folder
+---@return string path
+function dom:GetPluginFile(plugin, file) end
+
+---Tells the full path of the working folder of a plug-in, without a separator at its end. The folder
+---needs not exist and is not made.
+---@param plugin string  a plain name without a folder
+---@return string path
+function dom:GetPluginWorkdir(plugin) end
+
+---Writes a line to the agent's log. Errors and warnings are in the file when the call returns.
+---@param level "error"|"warning"|"verbose"
+---@param text string
+function dom:Log(level, text) end
+
+---Writes a line to the trace if the module is enabled, with the calling Lua file and line as its
+---position. Modules are enabled with the variables `app.trace` and `app.trace+`.
+---@param module string
+---@param text string
+function dom:LogTrace(module, text) end
+
+---Tells whether the trace is on for a module. Worth asking before a costly text is put together.
+---@param module string
+---@return boolean enabled
+function dom:LogTraceIsEnabled(module) end
+
+---The same object as `dom`, under a name that applications leave alone.
+---@type SLB.Dom
+dom0 = dom
+
+---The command line. `arg[0]` is the application's name, what stands behind "--" begins at 1, and what
+---stands in front of it has negative indices. Without "--" all arguments have negative indices.
+---@type table<integer, string>
+arg = {}

@@ -44,8 +44,8 @@ CLog2Disk::CLog2Disk() {
     delete SetFormatter(new ColumnFormatter);
 }
 
-void CLog2Disk::DoLogTextAtLevel(wxLogLevel level, const wxString& text) {
-    WriteLogLine(ToUtf8(text), level <= wxLOG_Warning ? FlushLog::kNow : FlushLog::kLater);
+void CLog2Disk::DoLogTextAtLevel(wxLogLevel, const wxString& text) {
+    WriteLogLine(ToUtf8(text));
 }
 
 }  // namespace ZelkaCore

@@ -5,8 +5,7 @@
 namespace ZelkaCore {
 
 // The log target: writes each record as one line, `2026-01-31 12:00:00 error   text`, to the log
-// file. Errors and warnings are handed to the system at once. Targets share the file and may be
-// used from any thread.
+// file. Targets share the file and may be used from any thread.
 class CLog2Disk : public wxLog {
   public:
     CLog2Disk();

@@ -24,15 +24,13 @@ constexpr std::size_t kFilesKept = 5;
 class LogFile {
   public:
     bool Open(const std::string& path) ZELKA_EXCLUDES(m_mutex);
-    void Write(const std::string& line, FlushLog flush) ZELKA_EXCLUDES(m_mutex);
-    void Flush() ZELKA_EXCLUDES(m_mutex);
+    void Write(const std::string& line) ZELKA_EXCLUDES(m_mutex);
     void Close() ZELKA_EXCLUDES(m_mutex);
 
   private:
     enum class State { kWaiting, kOpen, kStandardError };
 
     void WriteToSink(const std::string& line) ZELKA_REQUIRES(m_mutex);
-    void FlushSink() ZELKA_REQUIRES(m_mutex);
     void FallBack(const char* reason) ZELKA_REQUIRES(m_mutex);
     void FlushWaiting() ZELKA_REQUIRES(m_mutex);
 
@@ -40,7 +38,6 @@ class LogFile {
     State m_state ZELKA_GUARDED_BY(m_mutex) = State::kWaiting;
     std::vector<std::string> m_waiting ZELKA_GUARDED_BY(m_mutex);
     std::unique_ptr<Sink> m_sink ZELKA_GUARDED_BY(m_mutex);
-    bool m_dirty ZELKA_GUARDED_BY(m_mutex) = false;
     bool m_failed ZELKA_GUARDED_BY(m_mutex) = false;
 };
 
@@ -70,7 +67,7 @@ bool LogFile::Open(const std::string& path) {
     return m_state == State::kOpen;
 }
 
-void LogFile::Write(const std::string& line, FlushLog flush) {
+void LogFile::Write(const std::string& line) {
     const MutexLock lock(m_mutex);
     switch (m_state) {
         case State::kWaiting:
@@ -83,19 +80,10 @@ void LogFile::Write(const std::string& line, FlushLog flush) {
             PrintToStandardError(line);
             break;
     }
-    if (flush == FlushLog::kNow) {
-        FlushSink();
-    }
-}
-
-void LogFile::Flush() {
-    const MutexLock lock(m_mutex);
-    FlushSink();
 }
 
 void LogFile::Close() {
     const MutexLock lock(m_mutex);
-    FlushSink();
     m_sink.reset();
     m_state = State::kStandardError;
     FlushWaiting();
@@ -104,7 +92,7 @@ void LogFile::Close() {
 void LogFile::WriteToSink(const std::string& line) {
     try {
         m_sink->log(spdlog::details::log_msg({}, spdlog::level::info, line));
-        m_dirty = true;
+        m_sink->flush();
         m_failed = false;
     } catch (const std::exception& error) {
         // The disk may have room again for the next line.
@@ -113,18 +101,6 @@ void LogFile::WriteToSink(const std::string& line) {
         }
         m_failed = true;
         PrintToStandardError(line);
-    }
-}
-
-void LogFile::FlushSink() {
-    if (!m_dirty) {
-        return;
-    }
-    m_dirty = false;
-    try {
-        m_sink->flush();
-    } catch (const std::exception& error) {
-        PrintToStandardError(error.what());
     }
 }
 
@@ -166,12 +142,8 @@ bool OpenLogFile(const wxString& folder, const wxString& name) {
     return TheLogFile().Open(path + "/" + ToUtf8(plain) + ".log");
 }
 
-void WriteLogLine(const std::string& line, FlushLog flush) {
-    TheLogFile().Write(line, flush);
-}
-
-void FlushLogFile() {
-    TheLogFile().Flush();
+void WriteLogLine(const std::string& line) {
+    TheLogFile().Write(line);
 }
 
 void CloseLogFile() {

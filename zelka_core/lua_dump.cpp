@@ -5,7 +5,6 @@
 
 #include "zelka_core/dom.h"
 #include "zelka_core/dom_lua.h"
-#include "zelka_core/log_file.h"
 #include "zelka_core/lua_patch.h"
 #include "zelka_core/text.h"
 #include "zelka_core/trace.h"
@@ -146,7 +145,6 @@ int Dump(lua_State* L) {
     if (options.variables) {
         DumpVariables(dom);
     }
-    FlushLogFile();
     return 0;
 }
 

@@ -81,7 +81,7 @@ void LogTrace(const wxString& module, const char* file, int line, const char* fu
     const wxString text =
         wxString::Format("%s trace   %s [%ld] %s %s:%d %s", time, module, syscall(SYS_gettid),
                          wxString::FromUTF8(function), position, line, message);
-    WriteLogLine(ToUtf8(text), FlushLog::kLater);
+    WriteLogLine(ToUtf8(text));
 }
 
 void SetTraceModules(const wxString& modules) {

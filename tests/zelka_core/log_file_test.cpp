@@ -23,8 +23,8 @@ class LogFileDeathTest : public testing::Test {
 TEST_F(LogFileDeathTest, LinesThatStillWaitAtTheEndGoToStandardError) {
     EXPECT_EXIT(
         {
-            WriteLogLine("one", FlushLog::kLater);
-            WriteLogLine("two", FlushLog::kNow);
+            WriteLogLine("one");
+            WriteLogLine("two");
             std::exit(0);
         },
         testing::ExitedWithCode(0), "one\ntwo\n");
@@ -33,9 +33,9 @@ TEST_F(LogFileDeathTest, LinesThatStillWaitAtTheEndGoToStandardError) {
 TEST_F(LogFileDeathTest, AFileThatCannotBeOpenedGivesItsLinesToStandardError) {
     EXPECT_EXIT(
         {
-            WriteLogLine("before", FlushLog::kLater);
+            WriteLogLine("before");
             const bool open = OpenLogFile("/proc/nowhere", "x");
-            WriteLogLine("after", FlushLog::kLater);
+            WriteLogLine("after");
             std::exit(open ? 1 : 0);
         },
         testing::ExitedWithCode(0), "/proc/nowhere.*\nbefore\nafter\n");
@@ -48,8 +48,8 @@ TEST_F(LogFileDeathTest, ADiskThatIsFullGivesItsLinesToStandardErrorAndSaysWhyOn
         {
             (void)OpenLogFile(Folder(scratch), "x");
             const std::string line(10'000, 'x');
-            WriteLogLine(line, FlushLog::kNow);
-            WriteLogLine("the last line", FlushLog::kNow);
+            WriteLogLine(line);
+            WriteLogLine("the last line");
             std::exit(0);
         },
         testing::ExitedWithCode(0), "No space left on device");
@@ -58,9 +58,9 @@ TEST_F(LogFileDeathTest, ADiskThatIsFullGivesItsLinesToStandardErrorAndSaysWhyOn
 TEST_F(LogFileDeathTest, WaitingLinesComeFirstAndASeparatorInTheNameIsNoFolder) {
     EXPECT_EXIT(
         {
-            WriteLogLine("early", FlushLog::kLater);
+            WriteLogLine("early");
             (void)OpenLogFile(Folder(scratch), "a/b");
-            WriteLogLine("late", FlushLog::kLater);
+            WriteLogLine("late");
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");
@@ -73,7 +73,7 @@ TEST_F(LogFileDeathTest, GrowsNoFurtherThanTenMebibytesAndKeepsFiveOlderFiles) {
             (void)OpenLogFile(Folder(scratch), "x");
             const std::string line(1 << 20, 'x');
             for (int i = 0; i < 70; ++i) {
-                WriteLogLine(line, FlushLog::kLater);
+                WriteLogLine(line);
             }
             std::exit(0);
         },

@@ -11,6 +11,7 @@
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
+#include "zelka_core/crash_handler.h"
 
 namespace {
 
@@ -61,7 +62,14 @@ bool CAgentApp::OnInit() {
     (void)m_pDom->Set("app.version", ZELKA_VERSION);
     SetVendorName(TranslatedMaker());
 
-    return wxAppBase::OnInit();
+    if (!wxAppBase::OnInit()) {
+        return false;
+    }
+    const wxFileName dump(m_pDom->GetPluginWorkdirWx("diag"), GetAppName(), "mdmp");
+    bool fullDump = false;
+    (void)m_pDom->Get("app.fulldump", fullDump);
+    ZelkaCore::InitCrashHandler(dump.GetFullPath(), GetAppName(), fullDump);
+    return true;
 }
 
 int CAgentApp::OnExit() {

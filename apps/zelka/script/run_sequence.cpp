@@ -3,6 +3,7 @@
 #include <wx/log.h>
 
 #include "apps/zelka/zelka.h"
+#include "platform/crash.h"
 #include "platform/service.h"
 #include "zelka_core/trace.h"
 
@@ -19,6 +20,7 @@ int CAgentApp::OnRunScript() {
     if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
         return result;
     }
+    (void)SetUnhandledExceptionFilter(nullptr);
     return RunAppMethod(L"shutdown");
 }
 

@@ -1,7 +1,5 @@
 #include "apps/zelka/watcher/agent_frame.h"
 
-#include "zelka_core/log_file.h"
-
 namespace {
 
 constexpr int kTimerId = 5999;
@@ -15,7 +13,6 @@ wxBEGIN_EVENT_TABLE(CAgentFrame, wxFrame) EVT_TIMER(kTimerId, CAgentFrame::OnTim
     : wxFrame(parent, wxID_ANY, title), m_timer(this, kTimerId) {
 }
 
-// Lines of the log wait no longer than a second for who follows the file.
-void CAgentFrame::OnTimer(wxTimerEvent&) {
-    ZelkaCore::FlushLogFile();
-}
+// The tick itself wakes the main loop: log records of the script thread wait for that no longer than
+// a second.
+void CAgentFrame::OnTimer(wxTimerEvent&) {}

@@ -39,7 +39,7 @@ class wxWindow : public wxEvtHandler {};
 // construction and destroys it in its clean-up, unless it is deleted before.
 class wxFrame : public wxWindow {
   public:
-    wxFrame(wxWindow* parent, int id, wxString title);
+    wxFrame(wxWindow* parent, int id, const wxString& title);
     ~wxFrame() override;
     wxFrame(const wxFrame&) = delete;
     wxFrame& operator=(const wxFrame&) = delete;
@@ -49,7 +49,7 @@ class wxFrame : public wxWindow {
     [[nodiscard]] const wxString& GetTitle() const { return m_title; }
 
     // There is nothing to show: answers false, "the state did not change", for Show(false).
-    bool Show(bool show);
+    virtual bool Show(bool show);
 
     // Takes a message of the system. The base class handles none and answers 0.
     virtual WXLRESULT MSWWindowProc(WXUINT message, WXWPARAM wParam, WXLPARAM lParam);

@@ -7,4 +7,4 @@
 std::uint64_t AvailableMemory();
 
 // Gives free heap memory back to the system. Returns 0, as nothing can go wrong.
-int _heapmin();
+int _heapmin();  // NOLINT(*-reserved-identifier,cert-dcl*): the name it has everywhere

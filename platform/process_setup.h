@@ -30,6 +30,7 @@ DWORD SetErrorMode(DWORD mode);
 
 // abort() prints nothing of its own here, and whether a core is written stays the operator's choice
 // (`ulimit -c`, systemd-coredump). Returns 0, the previous setting.
+// NOLINTNEXTLINE(*-reserved-identifier,cert-dcl*): the name it has everywhere
 unsigned _set_abort_behavior(unsigned flags, unsigned mask);
 
 // The C library ends the process by itself when it finds its heap damaged. Always true.

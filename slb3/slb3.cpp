@@ -31,7 +31,7 @@ void SetOpen(lua_State* L, int index, bool open) {
 
 }  // namespace
 
-Table::Table(lua_State* L, const char* name) : m_L(L), m_reference(LUA_NOREF) {
+Table::Table(lua_State* L, const char* name) : m_L(L) {
     luaL_getsubtable(L, LUA_REGISTRYINDEX, "SLB3.namespaces");
     luaL_getsubtable(L, -1, name);
     m_reference = luaL_ref(L, LUA_REGISTRYINDEX);

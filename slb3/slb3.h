@@ -35,17 +35,18 @@ class BaseInfo {
 // A table that stays in a Lua state as long as anything there refers to it.
 class Table {
   public:
+    Table(const Table&) = delete;
+    Table& operator=(const Table&) = delete;
+
     void push(lua_State* L) const;
 
   protected:
     Table(lua_State* L, const char* name);
     ~Table();
-    Table(const Table&) = delete;
-    Table& operator=(const Table&) = delete;
 
   private:
     lua_State* m_L;
-    int m_reference;
+    int m_reference = LUA_NOREF;
 };
 
 // The members of one class.

@@ -30,8 +30,8 @@ const char* LevelName(wxLogLevel level) {
 // Time stamp and level in columns, in front of the text.
 class ColumnFormatter : public wxLogFormatter {
   public:
-    wxString Format(wxLogLevel level, const wxString& text,
-                    const wxLogRecordInfo& info) const override {
+    [[nodiscard]] wxString Format(wxLogLevel level, const wxString& text,
+                                  const wxLogRecordInfo& info) const override {
         const wxDateTime time(wxLongLong(info.timestampMS));
         return wxString::Format("%s %-7s %s", time.Format(wxLog::GetTimestamp()), LevelName(level),
                                 text);

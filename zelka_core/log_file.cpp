@@ -18,7 +18,7 @@ namespace {
 
 using Sink = spdlog::sinks::rotating_file_sink_st;
 
-constexpr std::size_t kMaximumSize = 10 * 1024 * 1024;  // bytes
+constexpr std::size_t kMaximumSize = 10'485'760;  // bytes: 10 MiB
 constexpr std::size_t kFilesKept = 5;
 
 class LogFile {

@@ -4,6 +4,8 @@
 
 namespace ZelkaCore {
 
-int CDom::RegisterLoader(lua_State*) { return 0; }
+int CDom::RegisterLoader(lua_State*) {
+    return 0;
+}
 
 }  // namespace ZelkaCore

@@ -17,7 +17,7 @@ CRunnable::CRunnable(bool detached, int stackSize, bool suspended)
 }
 
 CRunnable::~CRunnable() {
-    requestExit();
+    CRunnable::requestExit();
     (void)join();
 }
 
@@ -38,11 +38,11 @@ void CRunnable::start(unsigned int priority, bool create, unsigned int stackSize
 }
 
 long long CRunnable::join() {
-    if (!m_started || m_joined) {
-        return 0;
+    if (m_started && !m_joined) {
+        m_joined = true;
+        m_exitCode = Wait(wxTHREAD_WAIT_BLOCK);
     }
-    m_joined = true;
-    return reinterpret_cast<std::intptr_t>(Wait(wxTHREAD_WAIT_BLOCK));
+    return reinterpret_cast<std::intptr_t>(m_exitCode);
 }
 
 void CRunnable::requestExit() {
@@ -86,9 +86,9 @@ bool CRunnable::TestDestroy(unsigned int timeoutMs, bool* interrupted) {
 
 wxThreadError CRunnable::Delete(void** rc) {
     requestExit();
-    const long long result = join();
+    (void)join();
     if (rc != nullptr) {
-        *rc = reinterpret_cast<void*>(static_cast<std::intptr_t>(result));
+        *rc = m_exitCode;
     }
     return wxTHREAD_NO_ERROR;
 }

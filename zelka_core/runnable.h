@@ -65,9 +65,10 @@ class CRunnable : public wxThread {
     // Constant after construction.
     const unsigned int m_stackSize;
 
-    CDom* m_dom = nullptr;   // constant after start
-    bool m_started = false;  // touched by the owner's thread
-    bool m_joined = false;   // touched by the owner's thread
+    CDom* m_dom = nullptr;          // constant after start
+    bool m_started = false;         // touched by the owner's thread
+    bool m_joined = false;          // touched by the owner's thread
+    ExitCode m_exitCode = nullptr;  // touched by the owner's thread
 
     Mutex m_mutex;
     CondVar m_requested;

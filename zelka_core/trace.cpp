@@ -20,7 +20,7 @@ namespace {
 // One module that was ever named. Modules are kept in a list that only grows, so that a reader can
 // walk it without a lock while another thread appends.
 struct Module {
-    explicit Module(wxString moduleName) : name(std::move(moduleName)) {}
+    explicit Module(const wxString& moduleName) : name(moduleName) {}
 
     const wxString name;
     std::atomic<bool> listed = false;  // by the last SetTraceModules

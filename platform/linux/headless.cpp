@@ -1,7 +1,6 @@
 #include "platform/headless.h"
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -22,8 +21,8 @@ void wxAppBase::CleanUp() {
     wxAppConsole::CleanUp();
 }
 
-wxFrame::wxFrame(wxWindow* parent, int id, wxString title)
-    : m_parent(parent), m_id(id), m_title(std::move(title)) {
+wxFrame::wxFrame(wxWindow* parent, int id, const wxString& title)
+    : m_parent(parent), m_id(id), m_title(title) {
     TopLevelWindows().push_back(this);
 }
 

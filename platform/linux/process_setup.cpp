@@ -57,6 +57,7 @@ DWORD SetErrorMode(DWORD mode) {
     action.sa_handler = mode != 0 ? IgnoreSignal : SIG_DFL;
     action.sa_flags = SA_RESTART;
     (void)sigaction(SIGPIPE, &action, nullptr);
+    (void)sigaction(SIGXFSZ, &action, nullptr);
     return previous;
 }
 

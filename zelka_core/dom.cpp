@@ -130,6 +130,55 @@ std::string CDom::GetPluginFile(const std::string& plugin, const std::string& fi
     return folder.empty() || !IsPlainName(file) ? std::string() : ToUtf8(folder) + "/" + file;
 }
 
+bool CDom::SettingStore(const std::string& name, const std::string& value) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->SettingStore(name, value);
+}
+
+bool CDom::SettingRetrieve(const std::string& name, std::string& value) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->SettingRetrieve(name, value);
+}
+
+bool CDom::SettingRetrieve(const wxString& name, wxString& value) {
+    std::string text;
+    if (!SettingRetrieve(ToUtf8(name), text)) {
+        return false;
+    }
+    value = FromUtf8(text);
+    return true;
+}
+
+bool CDom::SettingRemove(const std::string& name) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->SettingRemove(name);
+}
+
+void CDom::AgentEventWrite(CAgentEvent& event) {
+    (void)TryAgentEventWrite(event);
+}
+
+bool CDom::TryAgentEventWrite(const CAgentEvent& event) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->EventWrite(event);
+}
+
+bool CDom::AgentEvents(std::int64_t afterId, std::int64_t limit,
+                       std::vector<StoredAgentEvent>& events) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->Events(afterId, limit, events);
+}
+
+// The database of the working folder that was set when it was first asked for; null before that.
+AgentDatabase* CDom::Database() {
+    const std::string file = GetPluginFile("zelka_core", "zelk_agent.db");
+    const MutexLock lock(m_mutex);
+    if (!m_database && !file.empty()) {
+        m_database = std::make_unique<AgentDatabase>(file, CSqliteDatabase::Tuning());
+    }
+    return m_database.get();
+}
+
 std::string ToText(const CDom::Value& value) {
     if (const auto* text = std::get_if<std::string>(&value)) {
         return *text;

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "zelka_core/agent_database.h"
 #include "zelka_core/conditions.h"
 #include "zelka_core/mutex.h"
 
@@ -72,6 +74,20 @@ class CDom {
     [[nodiscard]] std::string GetPluginFile(const std::string& plugin,
                                             const std::string& file) const;
 
+    // Settings that outlive the process, and the record of agent events; see AgentDatabase, which
+    // keeps both in the file `zelk_agent.db` of the plug-in `zelka_core`. Before `app.path.work` is
+    // set there are none, and nothing can be written. SettingRetrieve is true if there is a
+    // setting; the output is untouched otherwise. AgentEventWrite takes a complete event and keeps
+    // no reference to it; that it could not be written stands in the log.
+    bool SettingStore(const std::string& name, const std::string& value);
+    bool SettingRetrieve(const std::string& name, std::string& value);
+    bool SettingRetrieve(const wxString& name, wxString& value);
+    bool SettingRemove(const std::string& name);
+    void AgentEventWrite(CAgentEvent& event);
+    bool TryAgentEventWrite(const CAgentEvent& event);
+    bool AgentEvents(std::int64_t afterId, std::int64_t limit,
+                     std::vector<StoredAgentEvent>& events);
+
     // Puts the store's module searcher into `package.searchers` of a Lua state, behind
     // `package.preload` and before the search for files. Returns 0; may raise a Lua error.
     int RegisterLoader(lua_State* L);
@@ -87,9 +103,13 @@ class CDom {
   private:
     bool Write(const std::string& name, Value value);
 
+    AgentDatabase* Database();
+
     CConditions m_conditions;
     mutable Mutex m_mutex;
     std::map<std::string, Value, std::less<>> m_variables ZELKA_GUARDED_BY(m_mutex);
+    std::unique_ptr<AgentDatabase> m_database
+        ZELKA_GUARDED_BY(m_mutex);  // made once, then constant
 };
 
 // The text form that CDom::Get gives.

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cmath>
-#include <limits>
 
+#include "zelka_core/dom_lua_records.h"
+#include "zelka_core/lua_arguments.h"
 #include "zelka_core/lua_interpreter.h"
 #include "zelka_core/text.h"
 #include "zelka_core/trace.h"
@@ -15,56 +15,6 @@
 namespace ZelkaCore {
 
 namespace {
-
-// Arguments. Each check raises a Lua error that names the member and the argument.
-
-[[noreturn]] void RaiseArgument(lua_State* L, const char* member, const char* argument,
-                                const std::string& problem) {
-    luaL_error(L, "dom:%s: argument '%s' %s", member, argument, problem.c_str());
-    std::terminate();  // luaL_error does not return
-}
-
-std::string ButGot(lua_State* L, int index) {
-    return lua_isnone(L, index) ? ", but it is missing"
-                                : std::string(", but it is a ") + luaL_typename(L, index);
-}
-
-std::string CheckText(lua_State* L, int index, const char* member, const char* argument) {
-    if (lua_type(L, index) != LUA_TSTRING) {
-        RaiseArgument(L, member, argument, "must be a string" + ButGot(L, index));
-    }
-    std::size_t size = 0;
-    const char* text = lua_tolstring(L, index, &size);
-    return {text, size};
-}
-
-std::string CheckName(lua_State* L, int index, const char* member, const char* argument = "name") {
-    std::string name = CheckText(L, index, member, argument);
-    if (name.empty()) {
-        RaiseArgument(L, member, argument, "must not be empty");
-    }
-    return name;
-}
-
-std::int64_t CheckInteger(lua_State* L, int index, const char* member, const char* argument) {
-    if (lua_type(L, index) != LUA_TNUMBER) {
-        RaiseArgument(L, member, argument, "must be an integer" + ButGot(L, index));
-    }
-    const double number = lua_tonumber(L, index);
-    constexpr double kBeyond = 9223372036854775808.0;  // 2 to the power of 63
-    if (std::floor(number) != number || number < -kBeyond || number >= kBeyond) {
-        RaiseArgument(L, member, argument,
-                      std::string("must be an integer of at most 64 bits, but it is ") +
-                          lua_tostring(L, index));
-    }
-    return static_cast<std::int64_t>(number);
-}
-
-// Results.
-
-void PushText(lua_State* L, const std::string& text) {
-    lua_pushlstring(L, text.data(), text.size());
-}
 
 void PushValue(lua_State* L, const CDom::Value& value) {
     if (const auto* text = std::get_if<std::string>(&value)) {
@@ -212,14 +162,6 @@ int EventSet(lua_State* L) {
     return 1;
 }
 
-std::string CheckPlainName(lua_State* L, int index, const char* member, const char* argument) {
-    std::string name = CheckName(L, index, member, argument);
-    if (!IsPlainName(name)) {
-        RaiseArgument(L, member, argument, "must be a plain name without a folder");
-    }
-    return name;
-}
-
 int GetPluginFile(lua_State* L) {
     const CDom& dom = CheckDom(L, "GetPluginFile");
     const std::string plugin = CheckPlainName(L, 2, "GetPluginFile", "plugin");
@@ -234,10 +176,17 @@ int GetPluginWorkdir(lua_State* L) {
     return 1;
 }
 
+// The framework's log functions would end the text at a null.
+wxString CheckLogText(lua_State* L, int index, const char* member) {
+    std::string text = CheckText(L, index, member, "text");
+    std::replace(text.begin(), text.end(), '\0', '?');
+    return FromUtf8(text);
+}
+
 int Log(lua_State* L) {
     (void)CheckDom(L, "Log");
     const std::string level = CheckName(L, 2, "Log", "level");
-    const wxString text = FromUtf8(CheckText(L, 3, "Log", "text"));
+    const wxString text = CheckLogText(L, 3, "Log");
     if (level == "error") {
         wxLogError("%s", text);
     } else if (level == "warning") {
@@ -254,7 +203,7 @@ int Log(lua_State* L) {
 int LogTraceMember(lua_State* L) {
     (void)CheckDom(L, "LogTrace");
     const wxString module = FromUtf8(CheckName(L, 2, "LogTrace", "module"));
-    const wxString text = FromUtf8(CheckText(L, 3, "LogTrace", "text"));
+    const wxString text = CheckLogText(L, 3, "LogTrace");
     if (!LogTraceIsEnabled(module)) {
         return 0;
     }
@@ -274,26 +223,7 @@ int LogTraceIsEnabledMember(lua_State* L) {
     return 1;
 }
 
-template <lua_CFunction member>
-int Guarded(lua_State* L) {
-    return CallGuarded(L, member);
-}
-
 }  // namespace
-
-CDom& CheckDom(lua_State* L, const char* member) {
-    const std::string name = std::string("dom:") + member;
-    return *static_cast<CDom*>(SLB3::internal::CheckObject(L, 1, kDomClass, name.c_str()));
-}
-
-int CallGuarded(lua_State* L, lua_CFunction function) {
-    try {
-        return function(L);
-    } catch (const std::exception& error) {  // Lua's own errors are no std::exception and pass
-        lua_pushstring(L, error.what());
-    }
-    return lua_error(L);
-}
 
 bool IsSecretName(const std::string& name) {
     std::string lower = name;
@@ -317,6 +247,11 @@ void SLB3::Wrapper<ZelkaCore::CDom>::Register(internal::Class<ZelkaCore::CDom>& 
         .Member("EventSet", Guarded<EventSet>)
         .Member("GetPluginFile", Guarded<GetPluginFile>)
         .Member("GetPluginWorkdir", Guarded<GetPluginWorkdir>)
+        .Member("SettingStore", Guarded<SettingStore>)
+        .Member("SettingRetrieve", Guarded<SettingRetrieve>)
+        .Member("SettingRemove", Guarded<SettingRemove>)
+        .Member("AgentEventWrite", Guarded<AgentEventWrite>)
+        .Member("AgentEvents", Guarded<AgentEvents>)
         .Member("Log", Guarded<Log>)
         .Member("LogTrace", Guarded<LogTraceMember>)
         .Member("LogTraceIsEnabled", Guarded<LogTraceIsEnabledMember>);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <exception>
-#include <lua.hpp>
 #include <string>
 
 #include "slb3/slb3.h"
@@ -12,12 +10,6 @@
 namespace ZelkaCore {
 
 inline constexpr const char* kDomClass = "SLB.Dom";
-
-// The store at argument 1; raises a Lua error that names `member` if there is none.
-CDom& CheckDom(lua_State* L, const char* member);
-
-// Calls a function that may throw; a C++ exception becomes a Lua error with its text.
-int CallGuarded(lua_State* L, lua_CFunction function);
 
 // Whether the value of that name must not be shown: the name holds "password", "secret" or "token",
 // in any case.

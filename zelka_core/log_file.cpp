@@ -143,7 +143,15 @@ bool OpenLogFile(const wxString& folder, const wxString& name) {
 }
 
 void WriteLogLine(const std::string& line) {
-    TheLogFile().Write(line);
+    std::string text;
+    text.reserve(line.size());
+    for (const char c : line) {
+        text += c;
+        if (c == '\n') {
+            text += '\t';
+        }
+    }
+    TheLogFile().Write(text);
 }
 
 void CloseLogFile() {

@@ -5,6 +5,7 @@
 
 #include "zelka_core/dom.h"
 #include "zelka_core/dom_lua.h"
+#include "zelka_core/lua_arguments.h"
 #include "zelka_core/lua_patch.h"
 #include "zelka_core/text.h"
 #include "zelka_core/trace.h"

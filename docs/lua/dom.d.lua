@@ -8,9 +8,15 @@
 ---`GetString`.
 ---@alias DomValue string|integer|boolean
 
+---@alias AgentSeverity "fatal"|"error"|"warning"|"notice"|"info"|"debug"
+
+---An agent event as it was stored. `severity` is the log level of the name it was written with,
+---`jtime` and `time` are milliseconds and seconds since 1970-01-01 UTC.
+---@alias AgentEvent { id: integer, code: integer, severity: integer, jtime: integer, time: integer, data: string }
+
 ---The domain store: the one object through which the host and the Lua application share state. It
----holds named variables, carries named conditions and knows where plug-ins keep their files. Every
----member may be called from any coroutine, and each is one step: no other thread sees half of it.
+---holds named variables, carries named conditions, keeps settings and agent events and knows where
+---plug-ins keep their files. Every member may be called from any coroutine, and each is one step: no other thread sees half of it.
 ---@class SLB.Dom
 dom = {}
 
@@ -74,7 +80,35 @@ function dom:GetPluginFile(plugin, file) end
 ---@return string path
 function dom:GetPluginWorkdir(plugin) end
 
----Writes a line to the agent's log. Errors and warnings are in the file when the call returns.
+---Stores a setting, in place of an older one. It outlives the process.
+---@param name string  not empty
+---@param value string  any bytes
+---@return boolean done  false if it could not be written; the log says why
+function dom:SettingStore(name, value) end
+
+---Reads a setting.
+---@param name string  not empty
+---@return string|nil value  nil if there is none, or if it cannot be read, which the log tells
+function dom:SettingRetrieve(name) end
+
+---Removes a setting.
+---@param name string  not empty
+---@return boolean done  true also if there was none; false if it could not be removed
+function dom:SettingRemove(name) end
+
+---Writes an agent event with the time of the call. It is on the disk when the call returns.
+---`severity` is a name or a log level: 1 error, 2 warning, 5 info.
+---@param event { code: integer, severity: AgentSeverity|integer, data?: string }
+---@return boolean done  false if it could not be written; the log says why
+function dom:AgentEventWrite(event) end
+
+---Reads agent events in the order of their ids.
+---@param after_id? integer  only events with a greater id; 0 if left out
+---@param limit? integer  at most so many; all if left out or negative
+---@return AgentEvent[]|nil events  nil if they cannot be read; the log says why
+function dom:AgentEvents(after_id, limit) end
+
+---Writes a line to the agent's log.
 ---@param level "error"|"warning"|"verbose"
 ---@param text string
 function dom:Log(level, text) end

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <vector>
 
 #include "platform/scoped_fd.h"
@@ -47,8 +48,15 @@ class EventTable {
     }
 
   private:
+    // A number that nobody comes upon by counting: 1 and 2 are what an invented handle often is.
+    // Lua holds handles as doubles, so they stay below 2 to the power of 53.
+    static HANDLE FirstHandle() {
+        std::random_device random;
+        return (HANDLE{1} << 40) + (static_cast<HANDLE>(random()) << 8);
+    }
+
     std::mutex m_mutex;
-    HANDLE m_lastHandle = 0;              // guarded by m_mutex
+    HANDLE m_lastHandle = FirstHandle();  // guarded by m_mutex
     std::map<HANDLE, EventPtr> m_events;  // guarded by m_mutex
 };
 

@@ -20,6 +20,16 @@ local refused = {
     { "GetPluginFile", "file", "x" }, { "GetPluginFile", "file", "x", "y/z" },
     { "GetPluginFile", "file", "x", ".." }, { "GetPluginFile", "file", "x", "y\0z" },
     { "GetPluginWorkdir", "plugin", "" }, { "GetPluginWorkdir", "plugin", "." },
+    { "SettingStore", "name", "", "x" }, { "SettingStore", "value", "x" },
+    { "SettingStore", "value", "x", 5 }, { "SettingRetrieve", "name" }, { "SettingRemove", "name", 5 },
+    { "AgentEventWrite", "event" }, { "AgentEventWrite", "event", 5101 },
+    { "AgentEventWrite", "code", { severity = 5 } },
+    { "AgentEventWrite", "code", { code = 2 ^ 31, severity = 5 } },
+    { "AgentEventWrite", "severity", { code = 1 } },
+    { "AgentEventWrite", "severity", { code = 1, severity = "grave" } },
+    { "AgentEventWrite", "severity", { code = 1, severity = -1 } },
+    { "AgentEventWrite", "data", { code = 1, severity = 5, data = {} } },
+    { "AgentEvents", "after_id", "x" }, { "AgentEvents", "limit", 0, 1.5 },
     { "Log", "level" }, { "Log", "level", "loud", "text" },
     { "Log", "text", "error" }, { "Log", "text", "error", {} },
     { "LogTrace", "module", "", "text" }, { "LogTrace", "text", "Appl" },
@@ -36,6 +46,7 @@ function TestArguments:testAWrongOneIsRefusedWithItsName()
         lu.assertStrContains(problem, ("dom:%s: argument '%s' "):format(member, argument))
     end
     lu.assertEquals(dom:Names("test."), {})
+    lu.assertEquals(dom:AgentEvents(), {})
 end
 
 function TestArguments:testEveryMemberHasRefusals()

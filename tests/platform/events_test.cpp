@@ -60,7 +60,7 @@ TEST(Events, AHandleIsRefusedOnceClosedAndNeverComesBack) {
     const ScopedHandle next(CreateEventW(nullptr, true, false, nullptr));
     EXPECT_NE(next.Get(), old);
 
-    for (const HANDLE handle : {old, HANDLE{0}, INVALID_HANDLE_VALUE, HANDLE{1} << 40}) {
+    for (const HANDLE handle : {old, HANDLE{0}, INVALID_HANDLE_VALUE, HANDLE{1}, HANDLE{1} << 52}) {
         SetLastError(0);
         EXPECT_FALSE(SetEvent(handle));
         EXPECT_EQ(GetLastError(), DWORD{EBADF});

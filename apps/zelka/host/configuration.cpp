@@ -9,6 +9,7 @@
 
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log_file.h"
+#include "zelka_core/sqlite_database.h"
 #include "zelka_core/text.h"
 
 using ZelkaCore::ToUtf8;
@@ -86,4 +87,5 @@ void CAgentApp::OpenConfiguration() {
             (void)m_pDom->SetWx(name, std::int64_t{number});
         }
     }
+    ZelkaCore::CSqliteDatabase::InitializeSQLite(*m_pDom);
 }

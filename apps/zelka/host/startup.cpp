@@ -12,6 +12,7 @@
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
 #include "zelka_core/openssl_threads.h"
+#include "zelka_core/sqlite_database.h"
 
 namespace {
 
@@ -107,4 +108,5 @@ void CAgentApp::TeardownOncePerProcess() {
     CONF_modules_unload(1);
     OPENSSL_cleanup();
     (void)WSACleanup();
+    ZelkaCore::CSqliteDatabase::ShutdownSQLite();
 }

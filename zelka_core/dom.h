@@ -88,8 +88,9 @@ class CDom {
     bool AgentEvents(std::int64_t afterId, std::int64_t limit,
                      std::vector<StoredAgentEvent>& events);
 
-    // Puts the store's module searcher into `package.searchers` of a Lua state, behind
-    // `package.preload` and before the search for files. Returns 0; may raise a Lua error.
+    // Puts a searcher for the archives that `app.lua.zippath` names at this moment, separated by
+    // ';', into `package.searchers` of a Lua state, behind `package.preload` and before the search
+    // for files. Returns 0; may raise a Lua error.
     int RegisterLoader(lua_State* L);
 
     // A lua_CFunction that writes the state of every Lua thread to the log as verbose lines.

@@ -2,6 +2,10 @@
 
 #include "zelka_core/log2disk.h"
 
+CAgentApp& TheAgentApp() {
+    return *static_cast<CAgentApp*>(wxAppConsole::GetInstance());
+}
+
 wxAppTraits* CAgentApp::CreateTraits() {
     return new CAgentAppTraits;
 }

@@ -96,4 +96,5 @@ class CAgentAppTraits : public wxConsoleAppTraits {
     wxLog* CreateLogTarget() override;
 };
 
-wxDECLARE_APP(CAgentApp);  // wxGetApp(), the one application object
+// The one application object, from its construction to its destruction. Any thread.
+CAgentApp& TheAgentApp();

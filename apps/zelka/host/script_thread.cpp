@@ -8,7 +8,7 @@ namespace {
 class MainLoopEnder {
   public:
     MainLoopEnder() = default;
-    ~MainLoopEnder() { wxGetApp().EndMainLoop(m_result); }
+    ~MainLoopEnder() { TheAgentApp().EndMainLoop(m_result); }
     MainLoopEnder(const MainLoopEnder&) = delete;
     MainLoopEnder& operator=(const MainLoopEnder&) = delete;
 
@@ -27,5 +27,5 @@ CScriptThread::~CScriptThread() {
 
 void CScriptThread::ThreadMain() {
     MainLoopEnder ender;
-    ender.SetResult(wxGetApp().OnRunScript());
+    ender.SetResult(TheAgentApp().OnRunScript());
 }

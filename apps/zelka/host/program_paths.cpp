@@ -47,6 +47,8 @@ wxFileName MakerFolder(const wxFileName& bin) {
 }
 
 bool CAgentApp::OnInit() {
+    // Makes the log target: the framework drops records of other threads as long as there is none.
+    (void)wxLog::GetActiveTarget();
     wxFileName bin(ProgramPath(), wxPATH_NATIVE);
     wxStandardPaths::Get().UseAppInfo(wxStandardPaths::AppInfo_AppName |
                                       wxStandardPaths::AppInfo_VendorName);

@@ -1,0 +1,24 @@
+// The Lua module `fault`, with which the cases make the agent fault at a known place.
+
+#include <lua.hpp>
+
+namespace {
+
+struct Crumb {
+    volatile int number = 4711;  // stored for real
+};
+
+// What a null pointer does when somebody writes through it.
+__attribute__((noinline)) int WriteThroughNull(lua_State*) {
+    Crumb* volatile crumb = new Crumb;
+    volatile int* nowhere = nullptr;
+    *nowhere = crumb->number;  // the line that the dump has to name
+    return 0;
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int luaopen_fault(lua_State* L) {
+    lua_pushcfunction(L, WriteThroughNull);
+    return 1;
+}

@@ -27,8 +27,8 @@ const char* ErrorText(lua_State* L) {
     return text != nullptr ? text : luaL_typename(L, -1);
 }
 
-// The memory that scripts may use, in MiB, from the variable `app.lua.memoryLimit`. Unset or no positive
-// number: the interpreter's own limit stays.
+// The memory that scripts may use, in MiB, from the variable `app.lua.memoryLimit`. Unset or no
+// positive number: the interpreter's own limit stays.
 void ApplyMemoryLimit(const CDom& dom, CLuaInterpreter& interpreter) {
     unsigned long long mebibytes = 0;
     if (dom.GetWxString("app.lua.memoryLimit").ToULongLong(&mebibytes) && mebibytes != 0) {

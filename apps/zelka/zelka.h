@@ -5,9 +5,12 @@
 #include <wx/filename.h>
 #include <wx/intl.h>
 
+#include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/clock_change.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "zelka_core/dom.h"
@@ -33,6 +36,11 @@ class CAgentApp : public wxAppBase {
     int OnExit() override;
     void OnInitCmdLine(wxCmdLineParser& parser) override;
     bool OnCmdLineParsed(wxCmdLineParser& parser) override;
+    void OnEventLoopEnter(wxEventLoopBase* loop) override;
+    void OnEventLoopExit(wxEventLoopBase* loop) override;
+    void OnUnhandledException() override;
+    bool StoreCurrentException() override;
+    void RethrowStoredException() override;
 
     // The store of the process, from the constructor to the destructor.
     [[nodiscard]] ZelkaCore::CDom* Dom() const { return m_pDom; }
@@ -52,6 +60,9 @@ class CAgentApp : public wxAppBase {
     void StartupInit();
     static void StartupOncePerProcess();
     static void TeardownOncePerProcess();
+
+    // host/: the cryptographic provider. Ends the process if a file that FIPS needs is missing.
+    void SelectCryptoProvider() const;
 
     // host/: command line and configuration. Each takes its options from the parser and writes what
     // they say into members and domain variables.
@@ -88,6 +99,9 @@ class CAgentApp : public wxAppBase {
     wxString m_strUnitTest;               // value of the option unittest, if accepted
     wxString m_strZipPath;                // value of the option zippath
     wxWindow* m_pParentWindow = nullptr;  // owned; parent of the frame
+
+    std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
+    std::exception_ptr m_storedException;            // on its way out of the main loop
 };
 
 // Console traits: event loop and timers are those of a process without a display.

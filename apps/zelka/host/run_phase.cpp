@@ -15,6 +15,7 @@ constexpr unsigned int kNormalPriority = 50;  // of 0 to 100
 }  // namespace
 
 int CAgentApp::OnRun() {
+    SelectCryptoProvider();
     if (!m_bBackground) {
         wxLog::SetLogLevel(wxLOG_Max);
     }

@@ -39,6 +39,7 @@ class CAgentApp : public wxAppBase {
     void OnEventLoopEnter(wxEventLoopBase* loop) override;
     void OnEventLoopExit(wxEventLoopBase* loop) override;
     void OnUnhandledException() override;
+    bool OnExceptionInMainLoop() override;
     bool StoreCurrentException() override;
     void RethrowStoredException() override;
 
@@ -102,6 +103,7 @@ class CAgentApp : public wxAppBase {
 
     std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
     std::exception_ptr m_storedException;            // on its way out of the main loop
+    bool m_bExceptionTold = false;                   // in the log, by OnExceptionInMainLoop
 };
 
 // Console traits: event loop and timers are those of a process without a display.

@@ -56,15 +56,20 @@ void CAgentApp::OnUnhandledException() {
                 what);
 }
 
-// An exception cannot pass through the code that calls event handlers. It is kept until the main
-// loop has ended and goes on from there, out of OnRun. That has to wait for the application's
-// thread, so the log says at once why the agent ends.
-bool CAgentApp::StoreCurrentException() {
-    if (m_storedException == nullptr) {
-        m_storedException = std::current_exception();
+// The way out of the main loop leads past the application's thread, which has to end first: so the
+// log says at once why the agent is about to end. A stored exception comes here twice.
+bool CAgentApp::OnExceptionInMainLoop() {
+    if (!std::exchange(m_bExceptionTold, true)) {
+        wxLogError("Unhandled %s in the main loop; the agent ends with its application",
+                   DescribeCurrentException());
     }
-    wxLogError("Unhandled %s in an event handler; the agent ends with its application",
-               DescribeCurrentException());
+    throw;
+}
+
+// Most event handlers are called by code that an exception cannot pass through. It is kept until
+// the main loop has ended, and goes on from there.
+bool CAgentApp::StoreCurrentException() {
+    m_storedException = std::current_exception();
     return true;
 }
 

@@ -6,10 +6,12 @@
 #include "apps/zelka/host/raw_arguments.h"
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
+#include "platform/service.h"
 
 wxIMPLEMENT_APP_NO_MAIN(CAgentApp);
 
 int main(int argc, char** argv) {
+    BlockServiceSignals();  // before there is any other thread
     wxTheAssertHandler = nullptr;
     wxLog::SetLogLevel(wxLOG_Info);
     PinTextEncoding();

@@ -5,25 +5,29 @@
 #include <wx/filename.h>
 #include <wx/intl.h>
 
+#include <atomic>
 #include <exception>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "apps/zelka/published_pointer.h"
 #include "platform/clock_change.h"
 #include "platform/events.h"
 #include "platform/headless.h"
+#include "platform/service.h"
 #include "zelka_core/dom.h"
 #include "zelka_core/lua_interpreter.h"
 
 class wxCmdLineParser;
 class wxInputStream;
 class wxOutputStream;
+class wxRegKey;
 
 // The application object, one per process. The framework drives it on the main thread:
 // constructor, OnInit, OnRun, OnExit, destructor. The script thread runs OnRunScript.
 //
-// Its members are defined in the folders of the subsystems: host/, script/.
+// Its members are defined in the folders of the subsystems: host/, script/, service/.
 class CAgentApp : public wxAppBase {
   public:
     CAgentApp();
@@ -49,6 +53,16 @@ class CAgentApp : public wxAppBase {
     // The run sequence, on the script thread: becomes a service, or runs the application module's
     // init, main (or the unit test) and shutdown. Returns the process's exit code.
     int OnRunScript();
+
+    // service/: the body of the service, on a thread of its own, and the handler of its controls,
+    // on the script thread. See platform/service.h for both.
+    void ServiceMain(unsigned count, const wchar_t** arguments);
+    unsigned ServiceCtrl(unsigned ctrl, unsigned evType);
+
+    // Reports to the service manager, from either of these threads. The wait hint is in
+    // milliseconds. A failure is logged.
+    void SetServiceStatus(unsigned state, unsigned exitCode, unsigned checkPoint,
+                          unsigned waitHint);
 
     // Ends the main loop with `result`, also before it has begun. From any thread.
     void EndMainLoop(int result);
@@ -89,13 +103,24 @@ class CAgentApp : public wxAppBase {
     bool BecomeService(int& result);
     void ExpandZippath();
 
+    // service/: parts of ServiceMain and ServiceCtrl. Exit codes are those of the service.
+    void ReadSelfProtection(wxRegKey& key);
+    unsigned RunService(unsigned count, const wchar_t** arguments);
+    unsigned CreateServiceEvents();
+    void WaitForStop();
+    void TakeHardening();
+    unsigned StopService();
+    void TellToStop();
+    void DumpLua(unsigned ctrl);
+    void ReportReplyState();
+
     bool m_bInstallPlugins = false;  // the switch install_plugins was given
     bool m_bDefaultAppName = false;  // the application's name is exactly zelk_agent
     bool m_bBackground = false;      // run as a service
     wxString m_strExtDir;            // value of the option extdir
     wxLocale m_locale;
-    ZelkaCore::CDom* m_pDom = nullptr;             // owned
-    ZelkaCore::CLuaInterpreter* m_pLua = nullptr;  // owned; made by StartAppModule
+    ZelkaCore::CDom* m_pDom = nullptr;                    // owned
+    PublishedPointer<ZelkaCore::CLuaInterpreter> m_pLua;  // owned; made by StartAppModule
     wxDateTime m_startTime;
     wxString m_strUnitTest;               // value of the option unittest, if accepted
     wxString m_strZipPath;                // value of the option zippath
@@ -104,6 +129,12 @@ class CAgentApp : public wxAppBase {
     std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
     std::exception_ptr m_storedException;            // on its way out of the main loop
     bool m_bExceptionTold = false;                   // in the log, by OnExceptionInMainLoop
+
+    // Of the service; written by its thread and read also by the handler.
+    std::atomic<bool> m_bHardened = false;  // does not accept the stop control
+    std::atomic<SERVICE_STATUS_HANDLE> m_hServiceStatus = 0;
+    std::atomic<HANDLE> m_hStopEvent = INVALID_HANDLE_VALUE;    // manual reset
+    std::atomic<HANDLE> m_hHardenEvent = INVALID_HANDLE_VALUE;  // automatic reset; 0: there is none
 };
 
 // Console traits: event loop and timers are those of a process without a display.

@@ -6,6 +6,7 @@
 #include "apps/zelka/host/script_thread.h"
 #include "apps/zelka/watcher/agent_frame.h"
 #include "apps/zelka/zelka.h"
+#include "platform/service.h"
 
 namespace {
 
@@ -18,6 +19,7 @@ int CAgentApp::OnRun() {
     SelectCryptoProvider();
     if (!m_bBackground) {
         wxLog::SetLogLevel(wxLOG_Max);
+        UnblockServiceSignals();
     }
     m_pParentWindow = new wxWindow;
     auto* frame = new CAgentFrame(m_pParentWindow, GetAppName());  // goes in CleanUp

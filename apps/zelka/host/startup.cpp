@@ -92,7 +92,7 @@ void CAgentApp::StartupOncePerProcess() {
 }
 
 CAgentApp::~CAgentApp() {
-    delete std::exchange(m_pLua, nullptr);
+    delete m_pLua.Take();
     delete std::exchange(m_pDom, nullptr);
     delete std::exchange(m_pParentWindow, nullptr);
     TeardownOncePerProcess();

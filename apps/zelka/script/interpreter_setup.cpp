@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <memory>
 
 #include "apps/zelka/host/raw_arguments.h"
 #include "apps/zelka/script/dom_binding.h"
@@ -41,8 +42,9 @@ void ApplyMemoryLimit(const CDom& dom, CLuaInterpreter& interpreter) {
 // Makes the interpreter and sets it up in one protected call. Returns a Lua status.
 int CAgentApp::MakeInterpreter() {
     const wxString name = wxString::Format("%s.lua", GetAppName());
-    m_pLua = new CLuaInterpreter(false, name.wc_str(), true);
-    ApplyMemoryLimit(*m_pDom, *m_pLua);
+    auto interpreter = std::make_unique<CLuaInterpreter>(false, name.wc_str(), true);
+    ApplyMemoryLimit(*m_pDom, *interpreter);
+    m_pLua = interpreter.release();
     const CLuaStateLock::Hold hold(m_pLua->Lock());
     lua_State* L = m_pLua->L();
     lua_pushlightuserdata(L, this);

@@ -45,6 +45,10 @@ void CoUninitialize();
 int WSAStartup(unsigned version);
 int WSACleanup();
 
+// Opens the null device on every standard descriptor that is closed, so that no file opened later
+// takes its place and gets what is meant for standard output. First of all in the process.
+void OccupyStandardDescriptors();
+
 // Makes the character type of the C library UTF-8 and its numbers those of the "C" locale, whatever
 // the environment says: file names and arguments keep their bytes, and Lua its decimal point.
 // To be called again after anything that sets the locale.

@@ -50,7 +50,8 @@ namespace internal {
 
 void* CheckObject(lua_State* L, int index, const char* className, const char* function) {
     auto* record = static_cast<UserdataRecord*>(luaL_testudata(L, index, className));
-    if (record == nullptr) {
+    // A script can give the class's metatable to a userdata that is none of the binder's.
+    if (record == nullptr || lua_rawlen(L, index) != sizeof(UserdataRecord)) {
         luaL_error(L, "%s: called on %s, not on a %s (use ':' and not '.')", function,
                    luaL_typename(L, index), className);
         return nullptr;

@@ -31,6 +31,13 @@ struct AgentDatabase::Connection {
 
 namespace {
 
+// The path as it is, if there is no current folder to complete it with.
+fs::path Absolute(const fs::path& file) {
+    std::error_code error;
+    fs::path absolute = fs::absolute(file, error);
+    return error ? file : absolute;
+}
+
 void SetSynchronous(SQLite::Database& database, int level) {
     database.exec("PRAGMA synchronous=" + std::to_string(level));
 }
@@ -77,7 +84,7 @@ CAgentEvent EventOf(SQLite::Statement& row) {
 }  // namespace
 
 AgentDatabase::AgentDatabase(const fs::path& file, const SqliteTuning& tuning)
-    : m_file(fs::absolute(file)), m_tuning(tuning) {
+    : m_file(Absolute(file)), m_tuning(tuning) {
 }
 
 AgentDatabase::~AgentDatabase() = default;

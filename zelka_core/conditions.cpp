@@ -1,6 +1,9 @@
 #include "zelka_core/conditions.h"
 
+#include "platform/error.h"
+
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace ZelkaCore {
@@ -53,6 +56,10 @@ std::uint64_t CConditions::Raises(const std::string& name) const {
 
 CConditionObserver::CConditionObserver(CConditions& conditions)
     : m_conditions(conditions), m_wake(CreateEventW(nullptr, false, false, nullptr)) {
+    if (!m_wake.IsValid()) {
+        throw std::system_error(static_cast<int>(GetLastError()), std::generic_category(),
+                                "no event to wait with");
+    }
 }
 
 CConditionObserver::Result CConditionObserver::Wait(const std::vector<Item>& items,

@@ -132,7 +132,7 @@ int Wait(lua_State* L) {
     if (interpreter == nullptr) {
         return luaL_error(L, "dom:Wait: this Lua state does not belong to the agent");
     }
-    const DWORD timeout = CheckTimeout(L);
+    const DWORD timeout = interpreter->IsClosing() ? 0 : CheckTimeout(L);
     const auto items = CheckWaitItems(L);
     CConditionObserver& observer = interpreter->Observer(dom.Conditions());
     const auto result = [&] {

@@ -57,7 +57,11 @@ CAgentEvent CheckEvent(lua_State* L, int index) {
     event.SetSeverity(CheckSeverity(L, lua_gettop(L)));
     lua_getfield(L, index, "data");
     if (!lua_isnil(L, -1)) {
-        event.SetData(FromUtf8(CheckText(L, -1, "AgentEventWrite", "data")));
+        const std::string data = CheckText(L, -1, "AgentEventWrite", "data");
+        if (!IsValidUtf8(data)) {
+            RaiseArgument(L, "AgentEventWrite", "data", "must be UTF-8");
+        }
+        event.SetData(FromUtf8(data));
     }
     lua_pop(L, 3);
     event.SetJTime(TimeNowMillis());

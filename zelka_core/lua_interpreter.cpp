@@ -97,13 +97,18 @@ CLuaInterpreter::CLuaInterpreter(bool generational, const wchar_t* name, bool op
         lua_pushlightuserdata(m_L, this);
         lua_pushcclosure(m_L, Print, 1);
         lua_setglobal(m_L, "print");
+        lua_getglobal(m_L, "debug");
+        lua_getfield(m_L, -1, "sethook");
+        lua_pushcclosure(m_L, SetHook, 1);
+        lua_setfield(m_L, -2, "sethook");
+        lua_pop(m_L, 1);
     }
-    // Lua threads that are made later inherit the hook.
-    lua_sethook(m_L, CountHook, LUA_MASKCOUNT, kInstructionsBetweenLooks);
+    LookForWork(m_L);
 }
 
 CLuaInterpreter::~CLuaInterpreter() {
     const CLuaStateLock::Hold hold(m_lock);
+    m_closing = true;
     lua_close(m_L);
 }
 
@@ -190,6 +195,27 @@ void CLuaInterpreter::CountHook(lua_State* L, lua_Debug*) {
     if (self != nullptr && self->m_lock.HasWork()) {
         self->m_lock.ServeWork(L);
     }
+}
+
+// Lua threads that are made later inherit the hook.
+void CLuaInterpreter::LookForWork(lua_State* L) {
+    lua_sethook(L, CountHook, LUA_MASKCOUNT, kInstructionsBetweenLooks);
+}
+
+// debug.sethook, as Lua has it, but a script that takes its hook away gets the interpreter's back.
+int CLuaInterpreter::SetHook(lua_State* L) {
+    lua_State* const thread = lua_isthread(L, 1) ? lua_tothread(L, 1) : L;
+    const int arguments = lua_gettop(L);
+    luaL_checkstack(L, arguments + 1, "too many arguments");
+    lua_pushvalue(L, lua_upvalueindex(1));
+    for (int i = 1; i <= arguments; ++i) {
+        lua_pushvalue(L, i);  // the originals keep the thread alive
+    }
+    lua_call(L, arguments, 0);
+    if (lua_gethook(thread) == nullptr) {
+        LookForWork(thread);
+    }
+    return 0;
 }
 
 // print, as Lua has it, but to the output of the running chunk.

@@ -56,6 +56,9 @@ class CLuaInterpreter {
 
     [[nodiscard]] const wxString& GetName() const { return m_name; }
 
+    // Whether the state is being closed: finalisers run, and nobody is left to wait for anything.
+    [[nodiscard]] bool IsClosing() const { return m_closing; }
+
     // What this state has seen of the store's conditions. Made at the first call.
     CConditionObserver& Observer(CConditions& conditions);
 
@@ -63,6 +66,8 @@ class CLuaInterpreter {
     static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
     static void CountHook(lua_State* L, lua_Debug* activation);
     static int Print(lua_State* L);
+    static int SetHook(lua_State* L);
+    static void LookForWork(lua_State* L);
 
     int CallChunk(const std::string& text, int arguments, int results, const wxString& name);
     void WriteOutput(const char* text, std::size_t size) const;
@@ -76,6 +81,7 @@ class CLuaInterpreter {
     // Guarded by m_lock.
     std::uint64_t m_memoryLimit;
     std::uint64_t m_memoryUsed = 0;
+    bool m_closing = false;
     wxString m_errorInfo;
     wxOutputStream* m_output = nullptr;
     std::unique_ptr<CConditionObserver> m_observer;

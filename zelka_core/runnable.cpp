@@ -8,9 +8,16 @@
 
 namespace ZelkaCore {
 
+namespace {
+
+// Bytes. Lua's limit of nested C calls fits in; what `ulimit -s` says may not do.
+constexpr unsigned int kStackSize = 8'388'608;
+
+}  // namespace
+
 CRunnable::CRunnable(bool detached, int stackSize, bool suspended)
     : wxThread(wxTHREAD_JOINABLE),
-      m_stackSize(stackSize > 0 ? static_cast<unsigned int>(stackSize) : 0) {
+      m_stackSize(stackSize > 0 ? static_cast<unsigned int>(stackSize) : kStackSize) {
     wxASSERT(!detached && !suspended);
     (void)detached;
     (void)suspended;

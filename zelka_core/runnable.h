@@ -50,7 +50,7 @@ class CRunnable : public wxThread {
 
   protected:
     // `detached` threads are not offered: the object belongs to its owner, so it must be false.
-    // `stackSize` is in bytes, -1 for the system's. `suspended` must be false: a thread runs from
+    // `stackSize` is in bytes, -1 for 8 MiB. `suspended` must be false: a thread runs from
     // its start.
     CRunnable(bool detached, int stackSize, bool suspended);
 

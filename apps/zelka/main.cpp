@@ -11,6 +11,7 @@
 wxIMPLEMENT_APP_NO_MAIN(CAgentApp);
 
 int main(int argc, char** argv) {
+    OccupyStandardDescriptors();
     BlockServiceSignals();  // before there is any other thread
     wxTheAssertHandler = nullptr;
     wxLog::SetLogLevel(wxLOG_Info);

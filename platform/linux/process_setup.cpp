@@ -1,5 +1,6 @@
 #include "platform/process_setup.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -82,6 +83,17 @@ int WSAStartup(unsigned) {
 
 int WSACleanup() {
     return 0;
+}
+
+void OccupyStandardDescriptors() {
+    // The lowest free descriptor is the one that is given out.
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDWR);
+    }
+    if (descriptor > STDERR_FILENO) {
+        (void)close(descriptor);
+    }
 }
 
 void PinTextEncoding() {

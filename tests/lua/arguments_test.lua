@@ -29,6 +29,7 @@ local refused = {
     { "AgentEventWrite", "severity", { code = 1, severity = "grave" } },
     { "AgentEventWrite", "severity", { code = 1, severity = -1 } },
     { "AgentEventWrite", "data", { code = 1, severity = 5, data = {} } },
+    { "AgentEventWrite", "data", { code = 1, severity = 5, data = "\255" } },
     { "AgentEvents", "after_id", "x" }, { "AgentEvents", "limit", 0, 1.5 },
     { "Log", "level" }, { "Log", "level", "loud", "text" },
     { "Log", "text", "error" }, { "Log", "text", "error", {} },

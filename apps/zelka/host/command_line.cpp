@@ -52,6 +52,9 @@ void CAgentApp::OnInitCmdLine(wxCmdLineParser& parser) {
 
 bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser) {
     wxFileName executable(argv[0]);
+    if (executable.GetDirCount() == 0) {  // a bare name was found along PATH, not here
+        executable.SetPath(m_pDom->GetWxString("app.path.bin"));
+    }
     (void)executable.MakeAbsolute();
     (void)m_pDom->SetWx("app.path.exe", executable.GetFullPath());
 

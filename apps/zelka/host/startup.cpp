@@ -11,6 +11,7 @@
 
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
+#include "zelka_core/log2disk.h"
 #include "zelka_core/openssl_threads.h"
 #include "zelka_core/sqlite_database.h"
 
@@ -92,10 +93,13 @@ void CAgentApp::StartupOncePerProcess() {
 }
 
 CAgentApp::~CAgentApp() {
+    // Finalisers of scripts may log; the framework's target is gone by now.
+    delete wxLog::SetActiveTarget(new ZelkaCore::CLog2Disk);
     delete m_pLua.Take();
     delete std::exchange(m_pDom, nullptr);
     delete std::exchange(m_pParentWindow, nullptr);
     TeardownOncePerProcess();
+    delete wxLog::SetActiveTarget(nullptr);
 }
 
 void CAgentApp::TeardownOncePerProcess() {

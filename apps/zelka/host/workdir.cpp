@@ -7,9 +7,13 @@
 #include <wx/fileconf.h>
 #include <wx/log.h>
 
+#include <filesystem>
+#include <system_error>
+
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
 #include "zelka_core/secure_path.h"
+#include "zelka_core/text.h"
 
 namespace {
 
@@ -46,6 +50,13 @@ wxString WorkdirFromRegistry(const wxString& given, const wxString& fallback) {
     return workdir;
 }
 
+// The folder that the path leads to: it is what has to be secured, not a link to it.
+wxString BehindLinks(const wxString& path) {
+    std::error_code error;
+    const auto real = std::filesystem::canonical(ZelkaCore::ToUtf8(path), error);
+    return error ? path : ZelkaCore::FromUtf8(real.string());
+}
+
 }  // namespace
 
 wxString ResolveWorkdir(const wxString& given, const wxFileName& executable) {
@@ -69,12 +80,14 @@ void CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& e
     wxString given;
     const wxString workdir = parser.Found("workdir", &given) ? ResolveWorkdir(given, executable)
                                                              : DefaultWorkdir(executable);
-    if (!wxFileName::DirExists(workdir)) {
+    const bool exists = wxFileName::DirExists(workdir);
+    if (!exists) {
         // Parents that are missing are made with the same mode.
         (void)wxFileName::Mkdir(workdir, kFolderMode, wxPATH_MKDIR_FULL);
-        ZelkaCore::SecureFileOrDirectory(workdir, false);
-    } else if (!ZelkaCore::IsSecuredFileOrDirectory(workdir)) {
-        ZelkaCore::SecureFileOrDirectory(workdir, false);
+    }
+    const wxString folder = BehindLinks(workdir);
+    if (!exists || !ZelkaCore::IsSecuredFileOrDirectory(folder)) {
+        ZelkaCore::SecureFileOrDirectory(folder, false);
     }
     (void)m_pDom->SetWx("app.path.work", workdir);
 

@@ -92,8 +92,8 @@ void PushDom(lua_State* L, CDom* dom) {
 
 int DomUserdataGc(lua_State* L) {
     auto* record = static_cast<UserdataRecord*>(luaL_testudata(L, 1, kDomClass));
-    if (record == nullptr) {
-        return 0;
+    if (record == nullptr || lua_rawlen(L, 1) != sizeof(UserdataRecord)) {
+        return 0;  // a script can give the metatable to other userdata
     }
     auto* dom = static_cast<CDom*>(DomUserdataPointer({record, &record->payload}));
     const bool inPayload = record->Storage() == SLB3::internal::kObjectInPayload;

@@ -6,26 +6,7 @@
 #include "apps/zelka/zelka.h"
 #include "platform/crash.h"
 #include "platform/service.h"
-#include "zelka_core/log2disk.h"
 #include "zelka_core/trace.h"
-
-namespace {
-
-// Gives the calling thread a log target of its own for a scope, so that its records do not wait for
-// the main thread.
-class ThreadLogTarget {
-  public:
-    ThreadLogTarget() : m_outer(wxLog::SetThreadActiveTarget(&m_target)) {}
-    ~ThreadLogTarget() { (void)wxLog::SetThreadActiveTarget(m_outer); }
-    ThreadLogTarget(const ThreadLogTarget&) = delete;
-    ThreadLogTarget& operator=(const ThreadLogTarget&) = delete;
-
-  private:
-    ZelkaCore::CLog2Disk m_target;
-    wxLog* m_outer;
-};
-
-}  // namespace
 
 int CAgentApp::OnRunScript() {
     if (m_bBackground) {
@@ -50,7 +31,6 @@ int CAgentApp::OnRunScript() {
 bool CAgentApp::BecomeService(int& result) {
     static constexpr SERVICE_TABLE_ENTRYW kServices[] = {{L"", ServiceMainEntry},
                                                          {nullptr, nullptr}};
-    const ThreadLogTarget target;
     ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript", "Calling StartServiceCtrlDispatcher()");
     DWORD code = 0;
     if (!StartServiceCtrlDispatcherW(kServices)) {

@@ -31,7 +31,7 @@ class AddressChange : public testing::Test {
 
     // Runs commands of `ip`, one a line. The kernel has told its listeners when this returns.
     static void Change(const std::string& commands) {
-        FILE* pipe = popen("ip -batch -", "w");
+        FILE* pipe = popen("ip -batch -", "w");  // NOLINT(cert-env33-c): a fixed command
         ASSERT_NE(pipe, nullptr);
         (void)std::fputs((commands + "\n").c_str(), pipe);
         ASSERT_EQ(pclose(pipe), 0) << commands;

@@ -25,7 +25,7 @@ wxString DescribeCurrentException() {
     try {
         throw;
     } catch (const std::exception& e) {
-        return wxString::Format("std::exception of type \"%s\", what() = \"%s\"",
+        return wxString::Format(R"(std::exception of type "%s", what() = "%s")",
                                 Text(typeid(e).name()), Text(e.what()));
     } catch (char* text) {
         return wxString::Format("char * exception '%s'", Text(text));

@@ -11,7 +11,7 @@ namespace {
 template <typename T>
 std::string Describe(T exception) {
     try {
-        throw exception;
+        throw exception;  // NOLINT(cert-*,misc-throw-*): of any type, as it may come
     } catch (...) {
         return DescribeCurrentException().utf8_string();
     }

@@ -20,6 +20,8 @@ bool ThrowsFrom(const char* place) {
     return chosen != nullptr && chosen == std::string(place);
 }
 
+}  // namespace
+
 class ThrowingAgent : public CAgentApp {
   public:
     bool OnInit() override {
@@ -52,8 +54,6 @@ class ThrowingAgent : public CAgentApp {
 
     ~ThrowingAgent() override { (void)std::puts("destructor"); }
 };
-
-}  // namespace
 
 wxIMPLEMENT_APP_NO_MAIN(ThrowingAgent);
 

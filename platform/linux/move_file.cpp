@@ -1,0 +1,195 @@
+#include "platform/move_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <system_error>
+
+#include "platform/tree_writer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kListName = ".pending-deletes";
+constexpr const char* kBootIdFile = "/proc/sys/kernel/random/boot_id";
+constexpr unsigned kListMode = 0644;
+
+struct PendingDelete {
+    std::string bootId;
+    std::string name;
+};
+using PendingDeletes = std::vector<PendingDelete>;
+
+bool Fail(int code) {
+    SetLastError(static_cast<DWORD>(code));
+    return false;
+}
+
+std::optional<std::string> Narrow(const wchar_t* text) {
+    const std::size_t length = text != nullptr ? std::wcstombs(nullptr, text, 0) : 0;
+    if (length == 0 || length == static_cast<std::size_t>(-1)) {
+        return std::nullopt;
+    }
+    std::string narrow(length, '\0');
+    (void)std::wcstombs(narrow.data(), text, length);
+    return narrow;
+}
+
+bool IsListable(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of("/\n") == std::string::npos;
+}
+
+// The list of a folder; no lines if there is no list. `dropped` receives the lines that make no
+// sense.
+std::error_code ReadList(const fs::path& folder, PendingDeletes& list,
+                         std::vector<std::string>& dropped) {
+    struct stat status {};
+    if (stat((folder / kListName).c_str(), &status) != 0) {
+        return errno == ENOENT ? std::error_code()
+                               : std::error_code(errno, std::generic_category());
+    }
+    std::ifstream file;
+    if (S_ISREG(status.st_mode)) {
+        file.open(folder / kListName, std::ios::binary);
+    }
+    if (!file.is_open()) {
+        return std::make_error_code(std::errc::permission_denied);
+    }
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t blank = line.find(' ');
+        PendingDelete entry{line.substr(0, blank),
+                            blank == std::string::npos ? "" : line.substr(blank + 1)};
+        if (entry.bootId.empty() || !IsListable(entry.name)) {
+            dropped.push_back(line);
+        } else {
+            list.push_back(std::move(entry));
+        }
+    }
+    return {};
+}
+
+// As a whole or not at all. An empty list is no file.
+std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
+    if (list.empty()) {
+        const bool gone = unlink((folder / kListName).c_str()) == 0 || errno == ENOENT;
+        return gone ? std::error_code() : std::error_code(errno, std::generic_category());
+    }
+    std::string text;
+    for (const PendingDelete& entry : list) {
+        text.append(entry.bootId).append(" ").append(entry.name).append("\n");
+    }
+    TreeWriter writer;
+    std::error_code error = writer.Open(folder.string());
+    error = error ? error : writer.BeginFile(kListName);
+    error = error ? error : writer.WriteFile(text);
+    error = error ? error : writer.FinishFile(kListMode);
+    std::string failed;
+    return error ? error : writer.Commit(failed);
+}
+
+bool DeleteAfterRestart(const fs::path& path) {
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const std::string name = path.filename().string();
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return Fail(errno);
+    }
+    if (S_ISDIR(status.st_mode) || !IsListable(name)) {
+        return Fail(EINVAL);
+    }
+    const std::string bootId = CurrentBootId();
+    if (bootId.empty()) {
+        return false;
+    }
+    PendingDeletes list;
+    std::vector<std::string> dropped;
+    if (const auto error = ReadList(folder, list, dropped)) {
+        return Fail(error.value());
+    }
+    std::erase_if(list, [&](const PendingDelete& entry) { return entry.name == name; });
+    list.push_back({bootId, name});
+    const auto error = WriteList(folder, list);
+    return !error || Fail(error.value());
+}
+
+bool Rename(const std::string& from, const std::string& to, bool replace) {
+    const int result =
+        replace ? rename(from.c_str(), to.c_str())
+                : renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    return result == 0 || Fail(errno);
+}
+
+// An empty text if the file is gone.
+std::string DeleteFile(const fs::path& path) {
+    if (unlink(path.c_str()) == 0 || errno == ENOENT) {
+        return {};
+    }
+    return path.string() + " cannot be deleted: " + std::generic_category().message(errno);
+}
+
+}  // namespace
+
+bool MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) {
+    const auto source = Narrow(from);
+    if (source && to == nullptr && flags == MOVEFILE_DELAY_UNTIL_REBOOT) {
+        return DeleteAfterRestart(*source);
+    }
+    const auto target = Narrow(to);
+    if (!source || !target || (flags & ~MOVEFILE_REPLACE_EXISTING) != 0) {
+        return Fail(EINVAL);
+    }
+    return Rename(*source, *target, flags == MOVEFILE_REPLACE_EXISTING);
+}
+
+std::string CurrentBootId() {
+    std::ifstream file(kBootIdFile);
+    std::string id;
+    if (!(file >> id)) {
+        (void)Fail(ENODATA);
+    }
+    return id;
+}
+
+std::vector<std::string> DeletePendingFiles(const std::string& folder, const std::string& bootId) {
+    PendingDeletes list;
+    PendingDeletes left;
+    std::vector<std::string> problems;
+    const std::string path = (fs::path(folder) / kListName).string();
+    if (const auto error = ReadList(folder, list, problems)) {
+        return {path + " cannot be read: " + error.message()};
+    }
+    if (bootId.empty() && !list.empty()) {
+        return {path + ": the id of this boot is not known"};
+    }
+    for (std::string& line : problems) {
+        line.insert(0, path + ": the line makes no sense: ");
+    }
+    const bool hadNonsense = !problems.empty();
+    for (const PendingDelete& entry : list) {
+        std::string problem;
+        if (entry.bootId != bootId) {
+            problem = DeleteFile(fs::path(folder) / entry.name);
+        }
+        if (entry.bootId == bootId || !problem.empty()) {
+            left.push_back(entry);
+        }
+        if (!problem.empty()) {
+            problems.push_back(std::move(problem));
+        }
+    }
+    if (left.size() != list.size() || hadNonsense) {
+        if (const auto error = WriteList(folder, left)) {
+            problems.push_back(path + " cannot be written: " + error.message());
+        }
+    }
+    return problems;
+}

@@ -1,5 +1,6 @@
 #include "zelka_core/zip_archive.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <zip.h>
 
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "platform/scoped_fd.h"
 #include "zelka_core/zip_central_directory.h"
 
 namespace ZelkaCore {
@@ -38,6 +40,27 @@ class ZipError {
   private:
     zip_error_t m_error{};
 };
+
+// Opened without waiting: a pipe has nobody who writes to it.
+FilePtr OpenRegularFile(const std::string& path, std::string& fault) {
+    ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) {
+        fault = "cannot be opened: " + std::generic_category().message(errno);
+        return nullptr;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        fault = "is not a regular file";
+        return nullptr;
+    }
+    FilePtr file(fdopen(fd.Get(), "rb"));
+    if (file) {
+        (void)fd.Release();  // now the stream's own
+    } else {
+        fault = "cannot be opened: " + std::generic_category().message(errno);
+    }
+    return file;
+}
 
 // An archive over `file`, which it owns from then on. Null with the reason in `fault`.
 zip_t* OpenZip(FilePtr file, std::string& fault) {
@@ -139,9 +162,8 @@ ZipArchive::ZipArchive(ZipArchive&&) noexcept = default;
 ZipArchive& ZipArchive::operator=(ZipArchive&&) noexcept = default;
 
 bool ZipArchive::Open(const std::string& path, std::string& fault) {
-    FilePtr file(std::fopen(path.c_str(), "rbe"));
+    FilePtr file = OpenRegularFile(path, fault);
     if (!file) {
-        fault = "cannot be opened: " + std::generic_category().message(errno);
         return false;
     }
     std::vector<std::string> names;

@@ -23,11 +23,13 @@ class wxCmdLineParser;
 class wxInputStream;
 class wxOutputStream;
 class wxRegKey;
+class wxZipEntry;
 
 // The application object, one per process. The framework drives it on the main thread:
 // constructor, OnInit, OnRun, OnExit, destructor. The script thread runs OnRunScript.
 //
-// Its members are defined in the folders of the subsystems: host/, script/, service/.
+// Its members are defined in the folders of the subsystems: host/, script/, service/,
+// plugins/, companions/.
 class CAgentApp : public wxAppBase {
   public:
     CAgentApp();
@@ -114,10 +116,35 @@ class CAgentApp : public wxAppBase {
     void DumpLua(unsigned ctrl);
     void ReportReplyState();
 
-    bool m_bInstallPlugins = false;  // the switch install_plugins was given
-    bool m_bDefaultAppName = false;  // the application's name is exactly zelk_agent
-    bool m_bBackground = false;      // run as a service
-    wxString m_strExtDir;            // value of the option extdir
+    // plugins/: the packages beside the program. None of it fails a start: what goes wrong stands
+    // in the log and in the package's agent event.
+    void MaintainPlugins();
+    void UninstallOldPlugins();
+    void InstallNewPlugins();
+    void DeleteConflictingRelays(const wxString& bin);
+    // False, without an event, for a package that is passed over.
+    bool InstallPackage(const wxFileName& package, const wxFileName& binDir,
+                        ZelkaCore::CAgentEvent& event);
+    void RemovePackage(const wxFileName& package, const wxFileName& binDir,
+                       ZelkaCore::CAgentEvent& event);
+    void MoveZombiesAside();
+    static bool InstallPluginZipCB(void* userData, const wxZipEntry* entry, const wxString* target);
+    static bool UninstallPluginZipCB(void* userData, const wxZipEntry* entry,
+                                     const wxString* target);
+
+    // companions/: the processes beside the agent. `binPrefix` is the program's folder in lower
+    // case: only what was started from there is stopped. False if one of ours may still be running.
+    bool ShutdownTarvok(const wxString& binPrefix);
+    bool ShutdownNginx(const wxString& binPrefix);
+    void CheckOldWebServer();
+    bool RenameLockedFile(const wxString& name);
+
+    bool m_bInstallPlugins = false;        // the switch install_plugins was given
+    bool m_bDefaultAppName = false;        // the application's name is exactly zelk_agent
+    bool m_bBackground = false;            // run as a service
+    bool m_bTarvokShutdownFailed = false;  // since CheckOldWebServer; until a relay is installed
+    bool m_bNginxShutdownFailed = false;   // likewise
+    wxString m_strExtDir;                  // value of the option extdir
     wxLocale m_locale;
     ZelkaCore::CDom* m_pDom = nullptr;                    // owned
     PublishedPointer<ZelkaCore::CLuaInterpreter> m_pLua;  // owned; made by StartAppModule

@@ -14,6 +14,7 @@
 using ZelkaCore::CLuaStateLock;
 
 int CAgentApp::StartAppModule() {
+    MaintainPlugins();
     ExpandZippath();
     if (const int status = MakeInterpreter()) {
         return status;

@@ -1,0 +1,21 @@
+// The maintenance of a start, before any Lua code runs.
+
+#include <wx/filename.h>
+
+#include "apps/zelka/companions/locked_files.h"
+#include "apps/zelka/zelka.h"
+#include "platform/service_progress.h"
+#include "zelka_core/unzip.h"
+
+void CAgentApp::MaintainPlugins() {
+    const wxString bin = m_pDom->GetWxString("app.path.bin");
+    DeleteFilesMovedAside(bin);
+    if (!m_bInstallPlugins) {
+        return;
+    }
+    // What a process that was killed in the middle of an installation has left.
+    (void)ZelkaCore::RemoveTemporaryFiles(wxFileName(bin, wxString()));
+    UninstallOldPlugins();
+    InstallNewPlugins();
+    ReportServiceProgress("init");
+}

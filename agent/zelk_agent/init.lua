@@ -69,11 +69,15 @@ function app.main()
         return 0
     end
     report.print()
+    if settings.use then
+        print(require(settings.use).greet())
+    end
     -- A service that watches nothing returns at once: the host waits for the stop request, and takes
     -- care of hardening meanwhile.
     if settings.seconds or not dom:Get("app.background") then
         watch(settings.seconds)
     end
+    report.printEvents()
     return 0
 end
 

@@ -7,6 +7,7 @@ Shows who and where this agent is, then what changes around it, until it is inte
 As a service it shows the first and leaves waiting for the stop request to the host.
 
   --for SECONDS   watch for so long and end; a service watches too, until it is stopped
+  --use MODULE    require a module of a plug-in, and show what its function greet returns
   --help          show this text
 ]]
 
@@ -19,7 +20,8 @@ local function parseSeconds(text)
     end
 end
 
--- Returns a table with `help` and `seconds`, each nil unless it was given; or nil and what is wrong.
+-- Returns a table with `help`, `seconds` and `use`, each nil unless it was given; or nil and what is
+-- wrong.
 local function parse(arguments)
     local options = {}
     local i = 1
@@ -27,6 +29,12 @@ local function parse(arguments)
         local name = arguments[i]
         if name == "--help" then
             options.help = true
+        elseif name == "--use" then
+            i = i + 1
+            options.use = arguments[i]
+            if not options.use then
+                return nil, "--use takes the name of a module"
+            end
         elseif name == "--for" then
             i = i + 1
             options.seconds = parseSeconds(arguments[i])

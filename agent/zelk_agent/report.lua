@@ -42,4 +42,17 @@ local function printReport()
     section("Variables", others)
 end
 
-return { print = printReport }
+-- The agent events of this run, such as those of packages that were installed at its start.
+local function printEvents()
+    local title = "Events\n"
+    for _, event in ipairs(dom:AgentEvents(0)) do
+        if event.jtime >= dom:Get("app.startTime") then
+            io.write(title)
+            title = ""
+            local time = os.date("%Y-%m-%d %H:%M:%S", event.time)
+            print(("  %s  %d %d %s"):format(time, event.code, event.severity, event.data))
+        end
+    end
+end
+
+return { print = printReport, printEvents = printEvents }

@@ -67,7 +67,7 @@ bool QuitWebServer(const wxString& bin, const wxString& workdir, const wxString&
     configuration.SetExt("conf");
     const wxFileName executable(bin, "nginx", "exe");
     const wxString arguments =
-        wxString::Format(" -p \"%s/\" -c \"%s\" -s quit", workdir, configuration.GetFullPath());
+        wxString::Format(R"( -p "%s/" -c "%s" -s quit)", workdir, configuration.GetFullPath());
     wxString output;
     wxString errors;
     unsigned long exitCode = 0;

@@ -47,6 +47,25 @@ sigset_t ServiceSignals() {
     return signals;
 }
 
+DWORD ControlOf(const signalfd_siginfo& signal) {
+    const int number = static_cast<int>(signal.ssi_signo);
+    if (number == SIGTERM) {
+        return IsSystemGoingDown() ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
+    }
+    if (number == SIGRTMIN) {
+        return static_cast<DWORD>(signal.ssi_int);
+    }
+    return SERVICE_CONTROL_DUMP_BRIEF + static_cast<DWORD>(number - SIGRTMIN - 1);
+}
+
+void LogUndelivered(ControlFate fate, DWORD control) {
+    if (fate == ControlFate::kRefuse) {
+        wxLogWarning("Service control %u is refused: the service does not accept it now", control);
+    } else {
+        wxLogVerbose("Service control %u is dropped: it has no meaning in this phase", control);
+    }
+}
+
 // The service of this process. Two threads meet here: its body and the dispatcher.
 class Service {
   public:
@@ -61,10 +80,8 @@ class Service {
     void RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept;
     void Dispatch();
     void TakeSignals();
-    DWORD ControlOf(const signalfd_siginfo& signal) const;
     void Handle(DWORD control);
     void Deliver(DWORD control);
-    void Answer(ControlFate fate, DWORD control) const;
 
     bool Accept(const SERVICE_STATUS& status);
     SERVICE_STATUS LastReport() const;
@@ -168,17 +185,6 @@ void Service::TakeSignals() {
     }
 }
 
-DWORD Service::ControlOf(const signalfd_siginfo& signal) const {
-    const int number = static_cast<int>(signal.ssi_signo);
-    if (number == SIGTERM) {
-        return IsSystemGoingDown() ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
-    }
-    if (number == SIGRTMIN) {
-        return static_cast<DWORD>(signal.ssi_int);
-    }
-    return SERVICE_CONTROL_DUMP_BRIEF + static_cast<DWORD>(number - SIGRTMIN - 1);
-}
-
 void Service::Handle(DWORD control) {
     const ControlFate fate = JudgeControl(control, LastReport());
     switch (fate) {
@@ -197,7 +203,7 @@ void Service::Handle(DWORD control) {
             }
             [[fallthrough]];
         case ControlFate::kDrop:
-            Answer(fate, control);
+            LogUndelivered(fate, control);
             break;
     }
 }
@@ -213,14 +219,6 @@ void Service::Deliver(DWORD control) {
     const DWORD result = handler(control, 0, nullptr, context);
     if (result != NO_ERROR) {
         wxLogVerbose("Service control %u: the service answered %u", control, result);
-    }
-}
-
-void Service::Answer(ControlFate fate, DWORD control) const {
-    if (fate == ControlFate::kRefuse) {
-        wxLogWarning("Service control %u is refused: the service does not accept it now", control);
-    } else {
-        wxLogVerbose("Service control %u is dropped: it has no meaning in this phase", control);
     }
 }
 

@@ -18,7 +18,7 @@
 namespace {
 
 constexpr const char* kFunction = "CAgentApp::ServiceMain";
-constexpr const char* kSelfProtectKey = "HKLM\\SOFTWARE\\Orvane\\Zelk Agent";
+constexpr const char* kSelfProtectKey = R"(HKLM\SOFTWARE\Orvane\Zelk Agent)";
 constexpr const char* kSelfProtect = "Self Protect";
 constexpr unsigned kStopWaitHint = 15'000;  // milliseconds
 constexpr DWORD kIdleWake = 60'000;         // milliseconds

@@ -24,7 +24,7 @@ constexpr int kShutdown = 5;
 
 // What the scripts share: a function that runs Lua code until the file `go` is there, and one that
 // leaves a mark.
-const std::string kPrelude = R"(
+constexpr const char* kPrelude = R"(
     local app = {}
     local function spin()
         while not io.open("{dir}/go") do end
@@ -51,7 +51,7 @@ void ExpectExit(int status, int code) {
 }
 
 TEST(Service, IsReadyAfterInitAndStopsThroughShutdown) {
-    ServiceProcess service(kPrelude + R"(
+    ServiceProcess service(std::string(kPrelude) + R"(
         function app.init()
             mark(dom:Get("app.windows.service.name") .. " " .. dom:Get("app.trace+"))
             spin()
@@ -72,12 +72,12 @@ TEST(Service, IsReadyAfterInitAndStopsThroughShutdown) {
 
 TEST(Service, AFailedInitOrMainEndsItWithThatCodeAndWithoutShutdown) {
     int status = 0;
-    ServiceProcess init(kPrelude + "function app.init() return 5 end return app");
+    ServiceProcess init(std::string(kPrelude) + "function app.init() return 5 end return app");
     EXPECT_THAT(init.ReportsToTheEnd(status),
                 ElementsAre(kInit, "STATUS=stopped (exit code 5)\nERRNO=5"));
     ExpectExit(status, 5);
 
-    ServiceProcess main(kPrelude + "function app.main() return 6 end return app");
+    ServiceProcess main(std::string(kPrelude) + "function app.main() return 6 end return app");
     EXPECT_THAT(main.ReportsToTheEnd(status),
                 ElementsAre(kInit, kRunning, "STATUS=stopped (exit code 6)\nERRNO=6"));
     ExpectExit(status, 6);
@@ -93,7 +93,7 @@ TEST(Service, TheExitCodeIsZeroUnlessTheEnvironmentAsksForTheResult) {
 }
 
 TEST(Service, AStopDuringMainIsToldAtOnceAndShutdownsResultCounts) {
-    ServiceProcess service(kPrelude + R"(
+    ServiceProcess service(std::string(kPrelude) + R"(
         function app.main()
             local stop = dom:Get("app.windows.service.stopEvent")
             assert(dom:Wait(-1, stop) == stop)
@@ -120,7 +120,7 @@ TEST(Service, AStopDuringMainIsToldAtOnceAndShutdownsResultCounts) {
 }
 
 TEST(Service, AStopWhileStartingIsHeldBackUntilItRuns) {
-    ServiceProcess service(kPrelude + "function app.init() spin() end return app");
+    ServiceProcess service(std::string(kPrelude) + "function app.init() spin() end return app");
     EXPECT_EQ(service.NextReport(), kInit);
     service.Signal(SIGTERM);
     EXPECT_EQ(service.Interrogate(), kInit);
@@ -145,14 +145,14 @@ TEST(Service, OneHardenedByTheRegistryRefusesStopButNotShutdown) {
     const ScratchFolder folder;
     const std::string registry =
         folder.Write("registry.ini", "[HKLM\\SOFTWARE\\Orvane\\Zelk Agent]\nSelf Protect=1\n");
-    ServiceProcess service(kPrelude + "return app", {"ZELKA_REGISTRY=" + registry});
+    ServiceProcess service(std::string(kPrelude) + "return app", {"ZELKA_REGISTRY=" + registry});
     EXPECT_EQ(service.NextReport(), kInit);
     EXPECT_EQ(service.NextReport(), kRunning);
     ExpectStopRefusedAndShutdownAccepted(service);
 }
 
 TEST(Service, OneHardenedByItsScriptRefusesStopButNotShutdown) {
-    ServiceProcess service(kPrelude + R"(
+    ServiceProcess service(std::string(kPrelude) + R"(
         function app.main()
             dom:Set("app.state.isHardened", true)
             assert(dom:EventSet(dom:Get("app.windows.service.hardenEvent")))
@@ -174,7 +174,7 @@ void WaitForMark(ServiceProcess& service, const std::string& mark) {
 }
 
 TEST(Service, DumpsShowWhereAScriptRunsForEver) {
-    ServiceProcess service(kPrelude + R"(
+    ServiceProcess service(std::string(kPrelude) + R"(
         local function work() spin() end
         function app.init() mark("init") work() end
         function app.main() os.remove("{dir}/go") mark("main") work() end
@@ -204,7 +204,7 @@ TEST(Service, DumpsShowWhereAScriptRunsForEver) {
 }
 
 TEST(Service, AScriptInsideNativeCodeDoesNotKeepAStopFromBeingTold) {
-    ServiceProcess service(kPrelude + R"(
+    ServiceProcess service(std::string(kPrelude) + R"(
         function app.main()
             os.execute("while [ ! -e {dir}/go ]; do sleep 0.05; done")
         end
@@ -222,7 +222,7 @@ TEST(Service, AScriptInsideNativeCodeDoesNotKeepAStopFromBeingTold) {
 }
 
 TEST(Service, ControlsWithoutMeaningChangeNothing) {
-    ServiceProcess service(kPrelude + "return app");
+    ServiceProcess service(std::string(kPrelude) + "return app");
     EXPECT_EQ(service.NextReport(), kInit);
     EXPECT_EQ(service.NextReport(), kRunning);
     for (const int code : {0, 2, 3, 6, 14, 16, 127, 131, 255, -1, 11, 12, 13}) {
@@ -253,7 +253,7 @@ TEST(Service, AnsweredControlsAndADumpWithoutAnInterpreter) {
 
 // A start with a stop after `delay`. It ends with a result, or before anything began.
 void ExpectResult(std::chrono::milliseconds delay) {
-    ServiceProcess service(kPrelude + "return app");
+    ServiceProcess service(std::string(kPrelude) + "return app");
     const auto moment = std::chrono::steady_clock::now() + delay;
     std::string last;
     for (;;) {

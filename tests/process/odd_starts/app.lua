@@ -20,7 +20,7 @@ local deeds = {
         print(dom:Wait(0, "x"))
     end,
     finaliser = function()
-        setmetatable({}, { __gc = function() dom:Log("error", "closed") dom:Wait(-1) end })
+        kept = setmetatable({}, { __gc = function() dom:Log("error", "closed") dom:Wait(-1) end })
     end,
 }
 return { init = deeds[arg[1]] }

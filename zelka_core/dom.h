@@ -91,7 +91,7 @@ class CDom {
     // Puts a searcher for the archives that `app.lua.zippath` names at this moment, separated by
     // ';', into `package.searchers` of a Lua state, behind `package.preload` and before the search
     // for files. Returns 0; may raise a Lua error.
-    int RegisterLoader(lua_State* L);
+    int RegisterLoader(lua_State* L) const;
 
     // A lua_CFunction that writes the state of every Lua thread to the log as verbose lines.
     // Arguments: the store, a Lua thread or nil for all, locals, tracebacks, variables of the

@@ -27,7 +27,7 @@ void InsertSearcher(lua_State* L, int position) {
 
 }  // namespace
 
-int CDom::RegisterLoader(lua_State* L) {
+int CDom::RegisterLoader(lua_State* L) const {
     std::vector<wxString> archives;
     wxStringTokenizer list(GetWxString("app.lua.zippath"), ";", wxTOKEN_STRTOK);
     while (list.HasMoreTokens()) {

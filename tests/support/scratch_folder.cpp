@@ -21,7 +21,7 @@ ScratchFolder::~ScratchFolder() {
 }
 
 fs::path ScratchFolder::Write(const std::string& name, const std::string& content) const {
-    const fs::path path = m_path / name;
+    fs::path path = m_path / name;
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << content;
     return path;

@@ -1,6 +1,5 @@
 #include "zelka_core/log_file.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/scratch_folder.h"
@@ -8,8 +7,6 @@
 
 namespace ZelkaCore {
 namespace {
-
-using testing::HasSubstr;
 
 // The log file is one for the process and closes for good, so each test runs in a child process.
 class LogFileDeathTest : public testing::Test {

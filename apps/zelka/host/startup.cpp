@@ -94,12 +94,13 @@ void CAgentApp::StartupOncePerProcess() {
 
 CAgentApp::~CAgentApp() {
     // Finalisers of scripts may log; the framework's target is gone by now.
-    delete wxLog::SetActiveTarget(new ZelkaCore::CLog2Disk);
+    ZelkaCore::CLog2Disk target;
+    wxLog* const outer = wxLog::SetActiveTarget(&target);
     delete m_pLua.Take();
     delete std::exchange(m_pDom, nullptr);
     delete std::exchange(m_pParentWindow, nullptr);
     TeardownOncePerProcess();
-    delete wxLog::SetActiveTarget(nullptr);
+    (void)wxLog::SetActiveTarget(outer);
 }
 
 void CAgentApp::TeardownOncePerProcess() {

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # For the cases of packages and companions: a scratch installation of the agent in $SCRATCH/bin.
 
 export ZELKA_REGISTRY=$SCRATCH/registry.ini

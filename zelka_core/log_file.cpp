@@ -52,6 +52,13 @@ void RestrictMode(const std::string& path) {
 
 bool LogFile::Open(const std::string& path) {
     const MutexLock lock(m_mutex);
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+        // Opening it would wait for a reader, for ever if none comes.
+        FallBack((path + " is a pipe and no log file").c_str());
+        FlushWaiting();
+        return false;
+    }
     try {
         spdlog::file_event_handlers handlers;
         handlers.after_open = [](const spdlog::filename_t& name, std::FILE*) {

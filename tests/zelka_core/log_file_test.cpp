@@ -1,6 +1,7 @@
 #include "zelka_core/log_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/support/scratch_folder.h"
 #include "zelka_core/text.h"
@@ -36,6 +37,18 @@ TEST_F(LogFileDeathTest, AFileThatCannotBeOpenedGivesItsLinesToStandardError) {
             std::exit(open ? 1 : 0);
         },
         testing::ExitedWithCode(0), "/proc/nowhere.*\nbefore\nafter\n");
+}
+
+TEST_F(LogFileDeathTest, APipeInThePlaceOfTheFileIsRefusedAndNotWaitedFor) {
+    (void)scratch.Write("log/unused", "");
+    ASSERT_EQ(mkfifo((scratch.Path() / "log/x.log").c_str(), 0600), 0);
+    EXPECT_EXIT(
+        {
+            WriteLogLine("before");
+            const bool open = OpenLogFile(Folder(scratch), "x");
+            std::exit(open ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "is a pipe and no log file\nbefore\n");
 }
 
 TEST_F(LogFileDeathTest, ADiskThatIsFullGivesItsLinesToStandardErrorAndSaysWhyOnce) {

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "platform/scoped_fd.h"
-#include "zelka_core/processes.h"
+#include "zelka_core/system/processes.h"
 #include "zelka_core/text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "tests/support/scratch_folder.h"
+#include "zelka_core/archive/unzip.h"
 #include "zelka_core/text.h"
-#include "zelka_core/unzip.h"
 
 namespace fs = std::filesystem;
 

@@ -1,6 +1,6 @@
 #include "apps/zelka/zelka.h"
 
-#include "zelka_core/log2disk.h"
+#include "zelka_core/log/log2disk.h"
 
 CAgentApp& TheAgentApp() {
     return *static_cast<CAgentApp*>(wxAppConsole::GetInstance());

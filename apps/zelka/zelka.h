@@ -16,8 +16,8 @@
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
-#include "zelka_core/dom.h"
-#include "zelka_core/lua_interpreter.h"
+#include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/store/dom.h"
 
 class wxCmdLineParser;
 class wxInputStream;

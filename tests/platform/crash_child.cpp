@@ -29,7 +29,7 @@
 
 #include "platform/crash.h"
 #include "platform/process_setup.h"
-#include "zelka_core/crash_handler.h"
+#include "zelka_core/system/crash_handler.h"
 #include "zelka_core/text.h"
 
 namespace crash_child {

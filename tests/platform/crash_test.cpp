@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/minidump_format.h"
+#include "platform/linux/crash/minidump_format.h"
 #include "platform/scoped_fd.h"
 #include "tests/support/scratch_folder.h"
 

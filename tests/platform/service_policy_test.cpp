@@ -1,4 +1,4 @@
-#include "platform/linux/service_policy.h"
+#include "platform/linux/service/service_policy.h"
 
 #include <gtest/gtest.h>
 

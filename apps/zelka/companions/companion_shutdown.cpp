@@ -9,7 +9,7 @@
 #include <functional>
 
 #include "apps/zelka/zelka.h"
-#include "zelka_core/processes.h"
+#include "zelka_core/system/processes.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstdio>
 
 #include "apps/zelka/zelka.h"
-#include "zelka_core/log_file.h"
-#include "zelka_core/sqlite_database.h"
+#include "zelka_core/log/log_file.h"
+#include "zelka_core/store/sqlite_database.h"
 #include "zelka_core/text.h"
 
 using ZelkaCore::ToUtf8;

@@ -12,8 +12,8 @@
 #include "apps/zelka/host/fips_decision.h"
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
+#include "zelka_core/log/trace.h"
 #include "zelka_core/text.h"
-#include "zelka_core/trace.h"
 
 using ZelkaCore::ToUtf8;
 

@@ -11,7 +11,7 @@
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
-#include "zelka_core/crash_handler.h"
+#include "zelka_core/system/crash_handler.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "apps/zelka/host/script_thread.h"
 
 #include "apps/zelka/zelka.h"
-#include "zelka_core/log2disk.h"
+#include "zelka_core/log/log2disk.h"
 
 namespace {
 

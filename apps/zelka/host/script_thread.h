@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zelka_core/runnable.h"
+#include "zelka_core/system/runnable.h"
 
 // The thread that runs the Lua application: CAgentApp::OnRunScript, whose result ends the main
 // loop.

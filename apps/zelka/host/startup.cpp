@@ -11,9 +11,9 @@
 
 #include "apps/zelka/zelka.h"
 #include "platform/process_setup.h"
-#include "zelka_core/log2disk.h"
-#include "zelka_core/openssl_threads.h"
-#include "zelka_core/sqlite_database.h"
+#include "zelka_core/log/log2disk.h"
+#include "zelka_core/store/sqlite_database.h"
+#include "zelka_core/system/openssl_threads.h"
 
 namespace {
 

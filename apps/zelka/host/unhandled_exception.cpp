@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "apps/zelka/zelka.h"
+#include "zelka_core/log/trace.h"
 #include "zelka_core/text.h"
-#include "zelka_core/trace.h"
 
 using ZelkaCore::FromUtf8;
 

@@ -7,8 +7,8 @@
 
 #include "apps/zelka/plugins/plugin_type.h"
 #include "platform/service_progress.h"
-#include "zelka_core/agent_event.h"
-#include "zelka_core/clocks.h"
+#include "zelka_core/store/agent_event.h"
+#include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
 
 wxSortedArrayString ListFiles(const wxString& folder, const wxString& pattern) {

@@ -5,7 +5,7 @@
 #include "apps/zelka/companions/locked_files.h"
 #include "apps/zelka/zelka.h"
 #include "platform/service_progress.h"
-#include "zelka_core/unzip.h"
+#include "zelka_core/archive/unzip.h"
 
 void CAgentApp::MaintainPlugins() {
     const wxString bin = m_pDom->GetWxString("app.path.bin");

@@ -9,9 +9,9 @@
 #include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/zelka.h"
 #include "platform/service_progress.h"
-#include "zelka_core/agent_event.h"
-#include "zelka_core/trace.h"
-#include "zelka_core/unzip.h"
+#include "zelka_core/archive/unzip.h"
+#include "zelka_core/log/trace.h"
+#include "zelka_core/store/agent_event.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "apps/zelka/script/script_output.h"
 #include "apps/zelka/zelka.h"
-#include "zelka_core/trace.h"
+#include "zelka_core/log/trace.h"
 
 using ZelkaCore::CLuaStateLock;
 

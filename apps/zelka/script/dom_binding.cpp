@@ -1,7 +1,7 @@
 #include "apps/zelka/script/dom_binding.h"
 
 #include "slb3/slb3.h"
-#include "zelka_core/dom_lua.h"
+#include "zelka_core/lua/dom_lua.h"
 
 using SLB3::internal::UserdataParts;
 using SLB3::internal::UserdataRecord;

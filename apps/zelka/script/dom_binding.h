@@ -2,7 +2,7 @@
 
 #include <lua.hpp>
 
-#include "zelka_core/dom.h"
+#include "zelka_core/store/dom.h"
 
 // Pushes the store as a Lua value of the class `SLB.Dom`, or nil for null. Every call makes a new
 // userdata; the class is defined at the first. Collecting a userdata leaves the store alone.

@@ -8,10 +8,10 @@
 #include "apps/zelka/host/raw_arguments.h"
 #include "apps/zelka/script/dom_binding.h"
 #include "apps/zelka/zelka.h"
-#include "zelka_core/lua_arguments.h"
-#include "zelka_core/lua_patch.h"
+#include "zelka_core/log/trace.h"
+#include "zelka_core/lua/lua_arguments.h"
+#include "zelka_core/lua/lua_patch.h"
 #include "zelka_core/text.h"
-#include "zelka_core/trace.h"
 
 using ZelkaCore::CDom;
 using ZelkaCore::CLuaInterpreter;

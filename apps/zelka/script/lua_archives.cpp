@@ -8,7 +8,7 @@
 
 #include "apps/zelka/script/semicolon_list.h"
 #include "apps/zelka/zelka.h"
-#include "zelka_core/trace.h"
+#include "zelka_core/log/trace.h"
 
 namespace {
 

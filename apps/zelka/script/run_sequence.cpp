@@ -6,7 +6,7 @@
 #include "apps/zelka/zelka.h"
 #include "platform/crash.h"
 #include "platform/service.h"
-#include "zelka_core/trace.h"
+#include "zelka_core/log/trace.h"
 
 int CAgentApp::OnRunScript() {
     if (m_bBackground) {

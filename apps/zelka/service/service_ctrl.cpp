@@ -7,7 +7,7 @@
 #include "apps/zelka/script/dom_binding.h"
 #include "apps/zelka/service/service_entries.h"
 #include "apps/zelka/zelka.h"
-#include "zelka_core/trace.h"
+#include "zelka_core/log/trace.h"
 
 using ZelkaCore::CDom;
 

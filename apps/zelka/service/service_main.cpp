@@ -11,9 +11,9 @@
 #include "platform/crash.h"
 #include "platform/memory.h"
 #include "platform/regkey.h"
-#include "zelka_core/log2disk.h"
+#include "zelka_core/log/log2disk.h"
+#include "zelka_core/log/trace.h"
 #include "zelka_core/text.h"
-#include "zelka_core/trace.h"
 
 namespace {
 

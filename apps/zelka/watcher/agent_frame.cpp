@@ -5,8 +5,8 @@
 #include "apps/zelka/watcher/clock_rule.h"
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
-#include "zelka_core/clocks.h"
-#include "zelka_core/trace.h"
+#include "zelka_core/log/trace.h"
+#include "zelka_core/system/clocks.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 
 #include "slb3/slb3.h"
 #include "tests/support/captured_log.h"
-#include "zelka_core/dom_lua.h"
-#include "zelka_core/lua_interpreter.h"
-#include "zelka_core/lua_patch.h"
+#include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/lua_patch.h"
 
 namespace {
 

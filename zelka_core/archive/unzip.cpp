@@ -1,0 +1,207 @@
+#include "zelka_core/archive/unzip.h"
+
+#include <wx/datetime.h>
+#include <wx/filename.h>
+#include <wx/log.h>
+#include <wx/zipstrm.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/tree_writer.h"
+#include "zelka_core/archive/package_check.h"
+#include "zelka_core/archive/zip_archive.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+// For entries that carry no permissions, as archives from other systems have them.
+constexpr unsigned kFilePermissions = 0644;
+constexpr unsigned kFolderPermissions = 0755;
+
+// Without a separator at the end.
+std::string AbsolutePath(const wxFileName& name) {
+    wxFileName absolute(name);
+    (void)absolute.MakeAbsolute();
+    std::string path = ToUtf8(absolute.GetFullPath());
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+wxZipEntry ViewOf(const ZipEntry& entry) {
+    wxZipEntry view(FromUtf8(entry.name), wxDateTime(entry.modified),
+                    static_cast<wxFileOffset>(entry.size));
+    view.SetSystemMadeBy(entry.system);
+    view.SetExternalAttributes(entry.attributes);
+    view.SetMethod(entry.method);
+    return view;
+}
+
+// One walk over one archive.
+class Extraction {
+  public:
+    Extraction(const wxFileName& archive, const wxFileName& folder)
+        : m_archivePath(AbsolutePath(archive)), m_folderPath(AbsolutePath(folder)) {}
+
+    // Everything that is judged before the callback is asked.
+    bool Prepare() {
+        std::string fault;
+        if (!m_archive.Open(m_archivePath, fault) ||
+            !CheckPackage(m_archive.Entries(), m_paths, fault)) {
+            return Fail(fault);
+        }
+        if (const auto error = m_writer.Open(m_folderPath)) {
+            return Fail("cannot be unpacked into '" + m_folderPath + "': " + error.message());
+        }
+        for (std::size_t i = 0; i < m_paths.size(); ++i) {
+            if (!CheckWay(i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool Walk(UnzipCallback callback, void* userData) {
+        bool succeeded = true;
+        bool accepted = false;
+        for (std::size_t i = 0; succeeded && i < m_paths.size(); ++i) {
+            if (Entry(i).IsFolder()) {
+                m_waitingFolders.push_back(i);
+            } else if (Ask(i, callback, userData)) {
+                succeeded = (accepted || HasSpace()) && MakeFolders() && Write(i);
+                accepted = true;
+            }
+        }
+        succeeded = succeeded && (!accepted || MakeFolders());
+        // Also after a failure: what was whole before it stays.
+        return Commit() && succeeded;
+    }
+
+  private:
+    [[nodiscard]] const ZipEntry& Entry(std::size_t index) const {
+        return m_archive.Entries()[index];
+    }
+
+    [[nodiscard]] bool Fail(const std::string& fault) const {
+        wxLogError("%s: %s", FromUtf8(m_archivePath), FromUtf8(fault));
+        return false;
+    }
+
+    [[nodiscard]] bool FailEntry(std::size_t index, const std::string& reason) const {
+        return Fail(EntryFault(Entry(index), reason));
+    }
+
+    // That the folder of a file, or the folder that an entry stands for, is not reached through a
+    // link.
+    bool CheckWay(std::size_t index) {
+        std::string way = m_paths[index];
+        if (!Entry(index).IsFolder()) {
+            way.erase(way.rfind('/') == std::string::npos ? 0 : way.rfind('/'));
+        }
+        if (way == m_checkedWay) {
+            return true;
+        }
+        if (const std::string link = m_writer.FindLink(way); !link.empty()) {
+            return FailEntry(index, "leads through the symbolic link '" + link + "'");
+        }
+        m_checkedWay = way;
+        return true;
+    }
+
+    [[nodiscard]] bool HasSpace() const {
+        const std::uint64_t needed = DeclaredSize(m_archive.Entries());
+        const std::uint64_t free = m_writer.FreeBytes();
+        return needed <= free || Fail("needs " + std::to_string(needed) + " bytes in '" +
+                                      m_folderPath + "', which has " + std::to_string(free));
+    }
+
+    bool Ask(std::size_t index, UnzipCallback callback, void* userData) const {
+        const wxZipEntry view = ViewOf(Entry(index));
+        const wxString target = FromUtf8(m_folderPath + "/" + m_paths[index]);
+        return callback(userData, &view, &target);
+    }
+
+    bool MakeFolders() {
+        for (const std::size_t index : m_waitingFolders) {
+            if (m_paths[index].empty()) {
+                continue;
+            }
+            const unsigned own = Entry(index).Permissions();
+            // The owner's rights stay, or nothing could be put into it.
+            const unsigned permissions = own == 0 ? kFolderPermissions : own | 0700U;
+            if (const auto error = m_writer.MakeFolder(m_paths[index], permissions)) {
+                return FailEntry(index, "the folder cannot be made: " + error.message());
+            }
+            if (m_writer.IsBatchFull() && !Commit()) {
+                return false;
+            }
+        }
+        m_waitingFolders.clear();
+        return true;
+    }
+
+    bool Write(std::size_t index) {
+        std::string reason;
+        if (!WriteTemporary(index, reason)) {
+            m_writer.DropFile();
+            return FailEntry(index, reason);
+        }
+        return !m_writer.IsBatchFull() || Commit();
+    }
+
+    bool WriteTemporary(std::size_t index, std::string& reason) {
+        std::error_code error = m_writer.BeginFile(m_paths[index]);
+        const auto sink = [&](std::string_view bytes) {
+            error = m_writer.WriteFile(bytes);
+            return !error;
+        };
+        if (!error && m_archive.Read(Entry(index), sink, reason)) {
+            const unsigned own = Entry(index).Permissions();
+            error = m_writer.FinishFile(own == 0 ? kFilePermissions : own);
+        }
+        if (error) {
+            reason = "cannot be written: " + error.message();
+        }
+        return reason.empty();
+    }
+
+    bool Commit() {
+        std::string path;
+        const auto error = m_writer.Commit(path);
+        return !error || Fail("'" + m_folderPath + (path.empty() ? "" : "/" + path) +
+                              "' cannot be written: " + error.message());
+    }
+
+    const std::string m_archivePath;
+    const std::string m_folderPath;
+
+    ZipArchive m_archive;
+    TreeWriter m_writer;
+    std::vector<std::string> m_paths;  // of the entries, below the folder
+    std::string m_checkedWay;
+    std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
+};
+
+}  // namespace
+
+bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
+           void* userData) {
+    Extraction extraction(archive, folder);
+    return extraction.Prepare() && extraction.Walk(callback, userData);
+}
+
+bool RemoveTemporaryFiles(const wxFileName& folder) {
+    const std::string path = AbsolutePath(folder);
+    const auto error = RemoveTemporaryFilesBelow(path);
+    if (error) {
+        wxLogWarning("Temporary files in '%s' cannot be removed: %s", FromUtf8(path),
+                     FromUtf8(error.message()));
+    }
+    return !error;
+}
+
+}  // namespace ZelkaCore

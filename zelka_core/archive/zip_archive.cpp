@@ -1,0 +1,213 @@
+#include "zelka_core/archive/zip_archive.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include "platform/scoped_fd.h"
+#include "zelka_core/archive/zip_central_directory.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+constexpr std::size_t kBlockSize = 0x40000;
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { (void)std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+struct EntryCloser {
+    void operator()(zip_file_t* entry) const { (void)zip_fclose(entry); }
+};
+
+// libzip's error record, with what it owns.
+class ZipError {
+  public:
+    ZipError() { zip_error_init(&m_error); }
+    ~ZipError() { zip_error_fini(&m_error); }
+    ZipError(const ZipError&) = delete;
+    ZipError& operator=(const ZipError&) = delete;
+    zip_error_t* Get() { return &m_error; }
+    std::string Text() { return zip_error_strerror(&m_error); }
+
+  private:
+    zip_error_t m_error{};
+};
+
+// Opened without waiting: a pipe has nobody who writes to it.
+FilePtr OpenRegularFile(const std::string& path, std::string& fault) {
+    ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) {
+        fault = "cannot be opened: " + std::generic_category().message(errno);
+        return nullptr;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        fault = "is not a regular file";
+        return nullptr;
+    }
+    FilePtr file(fdopen(fd.Get(), "rb"));
+    if (file) {
+        (void)fd.Release();  // now the stream's own
+    } else {
+        fault = "cannot be opened: " + std::generic_category().message(errno);
+    }
+    return file;
+}
+
+// An archive over `file`, which it owns from then on. Null with the reason in `fault`.
+zip_t* OpenZip(FilePtr file, std::string& fault) {
+    ZipError error;
+    zip_source_t* source = zip_source_filep_create(file.get(), 0, -1, error.Get());
+    if (source == nullptr) {
+        fault = error.Text();
+        return nullptr;
+    }
+    (void)file.release();
+    zip_t* archive = zip_open_from_source(source, ZIP_RDONLY, error.Get());
+    if (archive == nullptr) {
+        zip_source_free(source);
+        fault = "cannot be opened: " + error.Text();
+    }
+    return archive;
+}
+
+// True if libzip means the name that stands in the directory: it shows a NUL as a space, and
+// prefers a name from an extra field of the entry.
+bool IsSameName(std::string directoryName, std::string_view libraryName) {
+    std::replace(directoryName.begin(), directoryName.end(), '\0', ' ');
+    return directoryName == libraryName;
+}
+
+bool ReadEntry(zip_t* archive, std::uint64_t index, ZipEntry& entry, std::string& fault) {
+    zip_stat_t status;
+    zip_stat_init(&status);
+    const zip_uint64_t needed =
+        ZIP_STAT_NAME | ZIP_STAT_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
+    if (zip_stat_index(archive, index, ZIP_FL_ENC_RAW, &status) != 0 ||
+        (status.valid & needed) != needed ||
+        zip_file_get_external_attributes(archive, index, 0, &entry.system, &entry.attributes) !=
+            0) {
+        fault = "has a damaged directory: entry " + std::to_string(index);
+        return false;
+    }
+    if (!IsSameName(entry.name, status.name)) {
+        fault = "calls an entry both '" + entry.name + "' and '" + status.name + "'";
+        return false;
+    }
+    entry.index = index;
+    entry.size = status.size;
+    entry.modified = (status.valid & ZIP_STAT_MTIME) != 0 ? status.mtime : 0;
+    entry.method = status.comp_method;
+    entry.encrypted = status.encryption_method != ZIP_EM_NONE;
+    return true;
+}
+
+bool ReadEntries(zip_t* archive, std::vector<std::string> names, std::vector<ZipEntry>& entries,
+                 std::string& fault) {
+    const zip_int64_t count = zip_get_num_entries(archive, 0);
+    if (count < 0 || static_cast<std::uint64_t>(count) != names.size()) {
+        fault = "has a damaged directory";
+        return false;
+    }
+    entries.reserve(names.size());
+    for (std::string& name : names) {
+        ZipEntry entry;
+        entry.name = std::move(name);
+        if (!ReadEntry(archive, entries.size(), entry, fault)) {
+            return false;
+        }
+        entries.push_back(std::move(entry));
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string ZipEntryFault(const ZipEntry& entry) {
+    const std::uint32_t mode = entry.attributes >> 16U & S_IFMT;
+    if (entry.encrypted) {
+        return "is encrypted";
+    }
+    if (mode == S_IFLNK) {
+        return "is a symbolic link";
+    }
+    if (mode != 0 && mode != S_IFREG && mode != S_IFDIR) {
+        return "is a device, a pipe or a socket";
+    }
+    if ((mode == S_IFDIR && !entry.IsFolder()) || (mode == S_IFREG && entry.IsFolder()) ||
+        (entry.IsFolder() && entry.size != 0)) {
+        return "is a folder by half of its marks and a file by the others";
+    }
+    if (zip_compression_method_supported(entry.method, 0) == 0) {
+        return "is packed by the unknown method " + std::to_string(entry.method);
+    }
+    return {};
+}
+
+void ZipArchive::Closer::operator()(zip* archive) const {
+    zip_discard(archive);
+}
+
+ZipArchive::ZipArchive() = default;
+ZipArchive::~ZipArchive() = default;
+ZipArchive::ZipArchive(ZipArchive&&) noexcept = default;
+ZipArchive& ZipArchive::operator=(ZipArchive&&) noexcept = default;
+
+bool ZipArchive::Open(const std::string& path, std::string& fault) {
+    FilePtr file = OpenRegularFile(path, fault);
+    if (!file) {
+        return false;
+    }
+    std::vector<std::string> names;
+    if (!ReadCentralDirectoryNames(file.get(), names, fault)) {
+        return false;
+    }
+    std::unique_ptr<zip, Closer> archive(OpenZip(std::move(file), fault));
+    std::vector<ZipEntry> entries;
+    if (!archive || !ReadEntries(archive.get(), std::move(names), entries, fault)) {
+        return false;
+    }
+    m_zip = std::move(archive);
+    m_entries = std::move(entries);
+    return true;
+}
+
+bool ZipArchive::Read(const ZipEntry& entry, const Sink& sink, std::string& fault) {
+    const std::unique_ptr<zip_file_t, EntryCloser> file(
+        zip_fopen_index(m_zip.get(), entry.index, 0));
+    if (!file) {
+        fault = zip_error_strerror(zip_get_error(m_zip.get()));
+        return false;
+    }
+    m_block.resize(kBlockSize);
+    std::uint64_t total = 0;
+    for (;;) {
+        const zip_int64_t got = zip_fread(file.get(), m_block.data(), m_block.size());
+        if (got < 0) {
+            fault = zip_file_strerror(file.get());
+            return false;
+        }
+        total += static_cast<std::uint64_t>(got);
+        if (total > entry.size || (got == 0 && total < entry.size)) {
+            fault =
+                "its size is not the " + std::to_string(entry.size) + " bytes that are declared";
+            return false;
+        }
+        if (got == 0) {
+            return true;
+        }
+        if (!sink({m_block.data(), static_cast<std::size_t>(got)})) {
+            return false;
+        }
+    }
+}
+
+}  // namespace ZelkaCore

@@ -1,0 +1,103 @@
+#include "zelka_core/log/trace.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <wx/datetime.h>
+#include <wx/filename.h>
+#include <wx/tokenzr.h>
+
+#include <atomic>
+#include <deque>
+
+#include "zelka_core/log/log_file.h"
+#include "zelka_core/mutex.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+// One module that was ever named. Modules are kept in a list that only grows, so that a reader can
+// walk it without a lock while another thread appends.
+struct Module {
+    explicit Module(const wxString& moduleName) : name(moduleName) {}
+
+    const wxString name;
+    std::atomic<bool> listed = false;  // by the last SetTraceModules
+    std::atomic<bool> added = false;   // by AddTraceModules
+    std::atomic<Module*> next = nullptr;
+};
+
+std::atomic<Module*> g_modules = nullptr;
+Mutex g_writers;
+
+Module* FindModule(const wxString& name) {
+    Module* module = g_modules.load(std::memory_order_acquire);
+    while (module != nullptr && module->name != name) {
+        module = module->next.load(std::memory_order_acquire);
+    }
+    return module;
+}
+
+// Finds the module or puts it at the front of the list. It is never freed.
+Module& GetModule(const wxString& name) ZELKA_REQUIRES(g_writers) {
+    if (Module* module = FindModule(name)) {
+        return *module;
+    }
+    auto* module = new Module(name);
+    module->next = g_modules.load();
+    g_modules.store(module, std::memory_order_release);
+    return *module;
+}
+
+void Mark(const wxString& modules, std::atomic<bool> Module::*mark) ZELKA_REQUIRES(g_writers) {
+    wxStringTokenizer names(modules, ",", wxTOKEN_STRTOK);
+    while (names.HasMoreTokens()) {
+        const wxString name = names.GetNextToken().Trim(true).Trim(false);
+        if (!name.empty()) {
+            GetModule(name).*mark = true;
+        }
+    }
+}
+
+void Unmark(std::atomic<bool> Module::*mark) ZELKA_REQUIRES(g_writers) {
+    for (Module* module = g_modules; module != nullptr; module = module->next) {
+        module->*mark = false;
+    }
+}
+
+}  // namespace
+
+bool LogTraceIsEnabled(const wxString& module) {
+    const Module* found = FindModule(module);
+    return found != nullptr && (found->listed.load(std::memory_order_relaxed) ||
+                                found->added.load(std::memory_order_relaxed));
+}
+
+void LogTrace(const wxString& module, const char* file, int line, const char* function,
+              const wxString& message) {
+    const wxString time = wxDateTime::UNow().Format("%Y-%m-%d %H:%M:%S.%l");
+    const wxString position = wxFileName(wxString::FromUTF8(file)).GetFullName();
+    const wxString text =
+        wxString::Format("%s trace   %s [%ld] %s %s:%d %s", time, module, syscall(SYS_gettid),
+                         wxString::FromUTF8(function), position, line, message);
+    WriteLogLine(ToUtf8(text));
+}
+
+void SetTraceModules(const wxString& modules) {
+    const MutexLock lock(g_writers);
+    Unmark(&Module::listed);
+    Mark(modules, &Module::listed);
+}
+
+void AddTraceModules(const wxString& modules) {
+    const MutexLock lock(g_writers);
+    Mark(modules, &Module::added);
+}
+
+void ClearAddedTraceModules() {
+    const MutexLock lock(g_writers);
+    Unmark(&Module::added);
+}
+
+}  // namespace ZelkaCore

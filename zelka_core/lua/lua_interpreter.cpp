@@ -1,0 +1,246 @@
+#include "zelka_core/lua/lua_interpreter.h"
+
+#include <wx/log.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/memory.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+// How many virtual machine instructions a script may run before it looks for work of other threads:
+// some ten microseconds.
+constexpr int kInstructionsBetweenLooks = 2000;
+
+const char kRegistryKey = 'i';  // its address is the interpreter's key in the Lua registry
+
+std::string ReadToEnd(wxInputStream& stream) {
+    std::string text;
+    char block[4096];
+    while (stream.Read(block, sizeof block).LastRead() > 0) {
+        text.append(block, stream.LastRead());
+    }
+    return text;
+}
+
+// Message handler: makes any error value a text with a traceback.
+int ExplainError(lua_State* L) {
+    const char* text = lua_tostring(L, 1);
+    if (text == nullptr) {
+        if (luaL_callmeta(L, 1, "__tostring") && lua_isstring(L, -1)) {
+            text = lua_tostring(L, -1);
+        } else {
+            text = lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
+        }
+    }
+    luaL_traceback(L, L, text, 1);
+    return 1;
+}
+
+// The text of a failed call's error value, without calling into Lua.
+wxString TextOfError(lua_State* L, int status) {
+    if (status == -1) {
+        return "a C++ exception left a native function";
+    }
+    if (lua_type(L, -1) != LUA_TSTRING) {
+        return wxString::Format("(error object is a %s value)",
+                                wxString::FromUTF8(luaL_typename(L, -1)));
+    }
+    std::size_t size = 0;
+    const char* text = lua_tolstring(L, -1, &size);
+    return FromUtf8(std::string(text, size));
+}
+
+// Puts `front`, the program's folder and what stands there already into a search path.
+void SetSearchPath(lua_State* L, const char* field, const std::string& front,
+                   const std::string& bin) {
+    lua_getglobal(L, "package");
+    lua_getfield(L, -1, field);
+    const char* defaults = lua_tostring(L, -1);
+    std::string path = front.empty() ? bin : front + ";" + bin;
+    if (defaults != nullptr && *defaults != '\0') {
+        path.append(";").append(defaults);
+    }
+    lua_pushlstring(L, path.data(), path.size());
+    lua_setfield(L, -3, field);
+    lua_pop(L, 2);
+}
+
+int OpenLibraries(lua_State* L) {
+    luaL_openlibs(L);
+    return 0;
+}
+
+}  // namespace
+
+CLuaInterpreter::CLuaInterpreter(bool generational, const wchar_t* name, bool openLibraries)
+    : m_name(name), m_memoryLimit(AvailableMemory() / 2) {
+    m_L = lua_newstate(Allocate, this);
+    if (m_L == nullptr) {
+        wxLogFatalError("No memory for a Lua state");
+    }
+    m_lock.SetState(m_L);
+    lua_pushlightuserdata(m_L, const_cast<char*>(&kRegistryKey));
+    lua_pushlightuserdata(m_L, this);
+    lua_rawset(m_L, LUA_REGISTRYINDEX);
+    if (generational) {
+        lua_gc(m_L, LUA_GCGEN, 0);
+    }
+    if (openLibraries) {
+        lua_pushcfunction(m_L, OpenLibraries);
+        (void)lua_pcall(m_L, 0, 0, 0);
+        lua_pushlightuserdata(m_L, this);
+        lua_pushcclosure(m_L, Print, 1);
+        lua_setglobal(m_L, "print");
+        lua_getglobal(m_L, "debug");
+        lua_getfield(m_L, -1, "sethook");
+        lua_pushcclosure(m_L, SetHook, 1);
+        lua_setfield(m_L, -2, "sethook");
+        lua_pop(m_L, 1);
+    }
+    LookForWork(m_L);
+}
+
+CLuaInterpreter::~CLuaInterpreter() {
+    const CLuaStateLock::Hold hold(m_lock);
+    m_closing = true;
+    lua_close(m_L);
+}
+
+CLuaInterpreter* CLuaInterpreter::Of(lua_State* L) {
+    lua_pushlightuserdata(L, const_cast<char*>(&kRegistryKey));
+    lua_rawget(L, LUA_REGISTRYINDEX);
+    auto* self = static_cast<CLuaInterpreter*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    return self;
+}
+
+void CLuaInterpreter::SetPackagePaths(const std::string& bin, const std::string& path,
+                                      const std::string& cpath) {
+    SetSearchPath(m_L, "path", path, bin + "/?.lua;" + bin + "/?/init.lua");
+    SetSearchPath(m_L, "cpath", cpath, bin + "/?.so");
+}
+
+int CLuaInterpreter::RunScript(wxInputStream& chunk, int arguments, int results,
+                               const wxString& name, wxOutputStream* output) {
+    const CLuaStateLock::Hold hold(m_lock);
+    m_errorInfo.clear();
+    const std::string text = ReadToEnd(chunk);
+    const int base = lua_gettop(m_L) - arguments;
+    wxOutputStream* const outerOutput = std::exchange(m_output, output);
+    const int status = CallChunk(text, arguments, results, name);
+    m_output = outerOutput;
+    if (status != LUA_OK) {
+        lua_settop(m_L, base);
+    }
+    return status;
+}
+
+int CLuaInterpreter::CallChunk(const std::string& text, int arguments, int results,
+                               const wxString& name) {
+    const int handler = lua_gettop(m_L) - arguments + 1;
+    if (!lua_checkstack(m_L, 3 + results)) {
+        m_errorInfo = "no room on the Lua stack";
+        return LUA_ERRMEM;
+    }
+    lua_pushcfunction(m_L, ExplainError);
+    lua_insert(m_L, handler);
+    int status = luaL_loadbufferx(m_L, text.data(), text.size(), ("=" + ToUtf8(name)).c_str(), "t");
+    if (status == LUA_OK) {
+        lua_insert(m_L, handler + 1);
+        status = lua_pcall(m_L, arguments, results, handler);
+    }
+    if (status == LUA_OK) {
+        lua_remove(m_L, handler);
+    } else {
+        m_errorInfo = TextOfError(m_L, status);
+    }
+    return status;
+}
+
+CConditionObserver& CLuaInterpreter::Observer(CConditions& conditions) {
+    if (!m_observer) {
+        m_observer = std::make_unique<CConditionObserver>(conditions);
+    }
+    return *m_observer;
+}
+
+void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize) {
+    auto& interpreter = *static_cast<CLuaInterpreter*>(self);
+    const std::uint64_t used = interpreter.m_memoryUsed - (block != nullptr ? oldSize : 0);
+    if (newSize == 0) {
+        std::free(block);
+        interpreter.m_memoryUsed = used;
+        return nullptr;
+    }
+    const bool grows = block == nullptr || newSize > oldSize;
+    if (grows && used + newSize > interpreter.m_memoryLimit) {
+        return nullptr;  // Lua collects garbage and asks once more, then raises an error
+    }
+    void* moved = std::realloc(block, newSize);
+    if (moved == nullptr) {
+        return grows ? nullptr : block;
+    }
+    interpreter.m_memoryUsed = used + newSize;
+    return moved;
+}
+
+void CLuaInterpreter::CountHook(lua_State* L, lua_Debug*) {
+    CLuaInterpreter* self = Of(L);
+    if (self != nullptr && self->m_lock.HasWork()) {
+        self->m_lock.ServeWork(L);
+    }
+}
+
+// Lua threads that are made later inherit the hook.
+void CLuaInterpreter::LookForWork(lua_State* L) {
+    lua_sethook(L, CountHook, LUA_MASKCOUNT, kInstructionsBetweenLooks);
+}
+
+// debug.sethook, as Lua has it, but a script that takes its hook away gets the interpreter's back.
+int CLuaInterpreter::SetHook(lua_State* L) {
+    lua_State* const thread = lua_isthread(L, 1) ? lua_tothread(L, 1) : L;
+    const int arguments = lua_gettop(L);
+    luaL_checkstack(L, arguments + 1, "too many arguments");
+    lua_pushvalue(L, lua_upvalueindex(1));
+    for (int i = 1; i <= arguments; ++i) {
+        lua_pushvalue(L, i);  // the originals keep the thread alive
+    }
+    lua_call(L, arguments, 0);
+    if (lua_gethook(thread) == nullptr) {
+        LookForWork(thread);
+    }
+    return 0;
+}
+
+// print, as Lua has it, but to the output of the running chunk.
+int CLuaInterpreter::Print(lua_State* L) {
+    auto* self = static_cast<CLuaInterpreter*>(lua_touserdata(L, lua_upvalueindex(1)));
+    const int count = lua_gettop(L);
+    for (int i = 1; i <= count; ++i) {
+        std::size_t size = 0;
+        const char* text = luaL_tolstring(L, i, &size);
+        if (i > 1) {
+            self->WriteOutput("\t", 1);
+        }
+        self->WriteOutput(text, size);
+        lua_pop(L, 1);
+    }
+    self->WriteOutput("\n", 1);
+    return 0;
+}
+
+void CLuaInterpreter::WriteOutput(const char* text, std::size_t size) const {
+    if (m_output != nullptr) {
+        m_output->Write(text, size);
+    } else {
+        (void)std::fwrite(text, 1, size, stdout);
+    }
+}
+
+}  // namespace ZelkaCore

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <wx/stream.h>
+#include <wx/string.h>
+
+#include <cstdint>
+#include <lua.hpp>
+#include <memory>
+#include <string>
+
+#include "zelka_core/lua/lua_state_lock.h"
+#include "zelka_core/store/conditions.h"
+
+namespace ZelkaCore {
+
+// Owns one Lua 5.2 state and the lock that guards it. Nothing that a script does inside the state
+// can end the process: errors, stack overflows and exhausted memory all come back as a failed
+// chunk.
+class CLuaInterpreter {
+  public:
+    // A complete state. `generational` selects Lua's generational garbage collector; `name` is what
+    // dumps call the state; `openLibraries` opens the standard libraries, with a `print` that
+    // writes where RunScript says. Ends the process if there is no memory for an empty state.
+    CLuaInterpreter(bool generational, const wchar_t* name, bool openLibraries);
+    virtual ~CLuaInterpreter();  // closes the state; no other thread may use it any more
+    CLuaInterpreter(const CLuaInterpreter&) = delete;
+    CLuaInterpreter& operator=(const CLuaInterpreter&) = delete;
+
+    // Always the same state, from any thread. To be touched only by a thread that holds Lock().
+    [[nodiscard]] lua_State* L() const { return m_L; }
+    [[nodiscard]] CLuaStateLock& Lock() { return m_lock; }
+
+    // The interpreter that owns a state, for a binding that is called in it; null for another
+    // state.
+    static CLuaInterpreter* Of(lua_State* L);
+
+    // The memory that the state may use, in bytes. At first half of what the process may hope for.
+    void SetMemoryLimit(std::uint64_t bytes) { m_memoryLimit = bytes; }
+
+    // Sets `package.path` to `path`, `<bin>/?.lua`, `<bin>/?/init.lua` and Lua's own default, in
+    // this order, and `package.cpath` likewise with `cpath` and `<bin>/?.so`. `path` and `cpath`
+    // may be empty. May raise a Lua error.
+    void SetPackagePaths(const std::string& bin, const std::string& path, const std::string& cpath);
+
+    // Runs a chunk of Lua text in protected mode, holding the lock. `chunk` is read to its end; it
+    // gets `arguments` values from the stack and leaves `results` values on it. `name` is what
+    // messages call the chunk. `print` writes to `output` meanwhile, or to standard output if null.
+    // Returns LUA_OK, or why it failed: LUA_ERRSYNTAX (also for a precompiled chunk), LUA_ERRRUN,
+    // LUA_ERRMEM, LUA_ERRERR, LUA_ERRGCMM, or -1 for a foreign C++ exception. After a failure the
+    // arguments are gone from the stack and nothing has taken their place.
+    int RunScript(wxInputStream& chunk, int arguments, int results, const wxString& name,
+                  wxOutputStream* output);
+
+    // Why the last RunScript failed, with a traceback where there is one; empty after a success.
+    [[nodiscard]] const wxString& GetErrorInfo() const { return m_errorInfo; }
+
+    [[nodiscard]] const wxString& GetName() const { return m_name; }
+
+    // Whether the state is being closed: finalisers run, and nobody is left to wait for anything.
+    [[nodiscard]] bool IsClosing() const { return m_closing; }
+
+    // What this state has seen of the store's conditions. Made at the first call.
+    CConditionObserver& Observer(CConditions& conditions);
+
+  private:
+    static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
+    static void CountHook(lua_State* L, lua_Debug* activation);
+    static int Print(lua_State* L);
+    static int SetHook(lua_State* L);
+    static void LookForWork(lua_State* L);
+
+    int CallChunk(const std::string& text, int arguments, int results, const wxString& name);
+    void WriteOutput(const char* text, std::size_t size) const;
+
+    // Constant after construction.
+    const wxString m_name;
+    lua_State* m_L = nullptr;
+
+    CLuaStateLock m_lock;
+
+    // Guarded by m_lock.
+    std::uint64_t m_memoryLimit;
+    std::uint64_t m_memoryUsed = 0;
+    bool m_closing = false;
+    wxString m_errorInfo;
+    wxOutputStream* m_output = nullptr;
+    std::unique_ptr<CConditionObserver> m_observer;
+};
+
+}  // namespace ZelkaCore

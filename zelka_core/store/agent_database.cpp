@@ -1,0 +1,297 @@
+#include "zelka_core/store/agent_database.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+#include <wx/log.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+#include "zelka_core/store/agent_database_schema.h"
+#include "zelka_core/text.h"
+
+namespace fs = std::filesystem;
+
+namespace ZelkaCore {
+
+struct AgentDatabase::Connection {
+    SQLite::Database database;
+    FileIdentity identity{};
+    // Opened without locks, for one operation only.
+    bool snapshot = false;
+};
+
+namespace {
+
+// The path as it is, if there is no current folder to complete it with.
+fs::path Absolute(const fs::path& file) {
+    std::error_code error;
+    fs::path absolute = fs::absolute(file, error);
+    return error ? file : absolute;
+}
+
+void SetSynchronous(SQLite::Database& database, int level) {
+    database.exec("PRAGMA synchronous=" + std::to_string(level));
+}
+
+bool IsUnwritable(const SQLite::Exception& error) {
+    const int kind = error.getErrorCode() & 0xff;
+    return kind == SQLITE_CANTOPEN || kind == SQLITE_READONLY || kind == SQLITE_PERM;
+}
+
+// SQLite's words, and the system's where SQLite only says that it may not.
+std::string Reason(const SQLite::Exception& error, const fs::path& file) {
+    const int code = std::max(error.getErrorCode(), error.getExtendedErrorCode());
+    std::string reason = error.what() + (" (SQLite code " + std::to_string(code) + ")");
+    if (!IsUnwritable(error)) {
+        return reason;
+    }
+    for (const fs::path& path : {file.parent_path(), file}) {
+        if (faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
+            reason += "; " + path.string() + ": " + std::generic_category().message(errno);
+        }
+    }
+    return reason;
+}
+
+// A longer text would reach SQLite with a negative size.
+void BindText(SQLite::Statement& statement, int index, const std::string& text) {
+    if (text.size() > std::size_t{std::numeric_limits<int>::max()}) {
+        throw SQLite::Exception("text of " + std::to_string(text.size()) + " bytes is too long",
+                                SQLITE_TOOBIG);
+    }
+    statement.bind(index, text);
+}
+
+CAgentEvent EventOf(SQLite::Statement& row) {
+    CAgentEvent event;
+    event.SetEventCode(row.getColumn(1).getInt());
+    event.SetSeverity(CAgentEvent::ToSeverity(row.getColumn(2).getUInt()));
+    event.SetJTime(row.getColumn(3).getInt64());
+    event.SetTime(row.getColumn(4).getInt());
+    event.SetData(FromUtf8(row.getColumn(5).getString()));
+    return event;
+}
+
+}  // namespace
+
+AgentDatabase::AgentDatabase(const fs::path& file, const SqliteTuning& tuning)
+    : m_file(Absolute(file)), m_tuning(tuning) {
+}
+
+AgentDatabase::~AgentDatabase() = default;
+
+bool AgentDatabase::SettingStore(const std::string& name, const std::string& value) {
+    return Run(Access::Make, "store a setting", [&](SQLite::Database& database) {
+        SetSynchronous(database, m_tuning.synchronous);
+        SQLite::Statement insert(database,
+                                 "INSERT INTO setting (name, value) VALUES (?, ?)"
+                                 " ON CONFLICT (name) DO UPDATE SET value = excluded.value");
+        BindText(insert, 1, name);
+        BindText(insert, 2, value);
+        insert.exec();
+    });
+}
+
+bool AgentDatabase::SettingRetrieve(const std::string& name, std::string& value) {
+    std::optional<std::string> found;
+    (void)Run(Access::Read, "retrieve a setting", [&](SQLite::Database& database) {
+        SQLite::Statement query(database, "SELECT value FROM setting WHERE name = ?");
+        BindText(query, 1, name);
+        if (query.executeStep()) {
+            found = query.getColumn(0).getString();
+        }
+    });
+    if (!found) {
+        return false;
+    }
+    value = std::move(*found);
+    return true;
+}
+
+bool AgentDatabase::SettingRemove(const std::string& name) {
+    return Run(Access::Change, "remove a setting", [&](SQLite::Database& database) {
+        SetSynchronous(database, m_tuning.synchronous);
+        SQLite::Statement remove(database, "DELETE FROM setting WHERE name = ?");
+        BindText(remove, 1, name);
+        remove.exec();
+    });
+}
+
+bool AgentDatabase::EventWrite(const CAgentEvent& event) {
+    return Run(Access::Make, "write an event", [&](SQLite::Database& database) {
+        // With a write-ahead log FULL syncs each commit, NORMAL only checkpoints. EXTRA is the same
+        // there, and also syncs the folder where a rollback journal has to serve.
+        SetSynchronous(database, SqliteTuning::kExtra);
+        SQLite::Statement insert(database,
+                                 "INSERT INTO agent_event (code, severity, jtime, time, data)"
+                                 " VALUES (?, ?, ?, ?, ?)");
+        insert.bind(1, event.GetEventCode());
+        insert.bind(2, static_cast<int>(event.GetSeverity()));
+        insert.bind(3, event.GetJTime());
+        insert.bind(4, event.GetTime());
+        BindText(insert, 5, ToUtf8(event.GetData()));
+        insert.exec();
+    });
+}
+
+bool AgentDatabase::Events(std::int64_t afterId, std::int64_t limit,
+                           std::vector<StoredAgentEvent>& events) {
+    std::vector<StoredAgentEvent> found;
+    const bool ran = Run(Access::Read, "read events", [&](SQLite::Database& database) {
+        found.clear();
+        SQLite::Statement query(database,
+                                "SELECT id, code, severity, jtime, time, data FROM agent_event"
+                                " WHERE id > ? ORDER BY id LIMIT ?");
+        query.bind(1, afterId);
+        query.bind(2, limit);
+        while (query.executeStep()) {
+            found.push_back({query.getColumn(0).getInt64(), EventOf(query)});
+        }
+    });
+    if (ran) {
+        events = std::move(found);
+    }
+    return ran;
+}
+
+bool AgentDatabase::Run(Access access, const char* task, const Work& work) {
+    const MutexLock lock(m_mutex);
+    std::string reason;
+    try {
+        Use(access, work);
+        return true;
+    } catch (const SQLite::Exception& error) {
+        Disconnect(error);
+        reason = Reason(error, m_file);
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    wxLogError("Agent database '%s' could not %s: %s", FromUtf8(m_file.string()), task,
+               FromUtf8(reason));
+    return false;
+}
+
+// Damage is looked at again under the exclusive lock, as another process may have put the file
+// aside meanwhile. It is put aside once; a new database that fails as well is an error.
+void AgentDatabase::Use(Access access, const Work& work) {
+    using Kind = FolderLock::Kind;
+    Kind kind = Kind::Shared;
+    bool putAside = false;
+    for (;;) {
+        const std::optional<FolderLock> folder = LockFolder(access, kind);
+        if (!folder) {
+            return;
+        }
+        try {
+            const State state = Connect(access, kind == Kind::Exclusive);
+            if (state == State::Ready) {
+                work(m_connection->database);
+            }
+            if (state != State::NeedsExclusive) {
+                break;
+            }
+        } catch (const SQLite::Exception& error) {
+            if (!IsDamage(error) || putAside) {
+                throw;
+            }
+            Disconnect(error);
+            if (kind == Kind::Exclusive) {
+                PutAside(error);
+                putAside = true;
+            }
+        }
+        kind = Kind::Exclusive;
+    }
+    if (m_connection && m_connection->snapshot) {
+        m_connection.reset();
+    }
+}
+
+std::optional<FolderLock> AgentDatabase::LockFolder(Access access, FolderLock::Kind kind) const {
+    const fs::path folder = m_file.parent_path();
+    if (access == Access::Make) {
+        MakePrivateFolders(folder);
+    }
+    auto lock = FolderLock::Take(folder, kind, std::chrono::milliseconds(m_tuning.busyTimeout));
+    if (!lock && access == Access::Make) {
+        throw std::system_error(ENOENT, std::generic_category(), folder.string());
+    }
+    return lock;
+}
+
+AgentDatabase::State AgentDatabase::Connect(Access access, bool exclusive) {
+    std::optional<FileIdentity> identity = IdentityOf(m_file);
+    if (m_connection && identity == m_connection->identity) {
+        return State::Ready;
+    }
+    // SQLite sees for itself that the file was moved, and leaves the new one's -wal file alone.
+    m_connection.reset();
+    if (!identity) {
+        if (access != Access::Make) {
+            return State::Absent;
+        }
+        if (!exclusive) {
+            return State::NeedsExclusive;
+        }
+        MakePrivateFile(m_file);
+        identity = IdentityOf(m_file);
+    }
+    auto connection = Open(access);
+    connection->identity = identity.value_or(FileIdentity());
+    const int version = SchemaVersion(connection->database);
+    if (version == 0 && access != Access::Make) {
+        return State::Absent;
+    }
+    if (version < LatestSchemaVersion()) {
+        if (!exclusive) {
+            return State::NeedsExclusive;
+        }
+        MigrateSchema(connection->database);
+    }
+    m_connection = std::move(connection);
+    return State::Ready;
+}
+
+std::unique_ptr<AgentDatabase::Connection> AgentDatabase::Open(Access access) const {
+    MakeDatabasePrivate(m_file);
+    try {
+        return std::make_unique<Connection>(Connection{OpenChecked(m_file, m_tuning)});
+    } catch (const SQLite::Exception& error) {
+        std::error_code missing;
+        const auto walSize = fs::file_size(m_file.string() + "-wal", missing);
+        if (access != Access::Read || !IsUnwritable(error) || (!missing && walSize != 0)) {
+            throw;
+        }
+    }
+    return std::make_unique<Connection>(Connection{OpenSnapshot(m_file, m_tuning), {}, true});
+}
+
+// After an error that the connection itself may stand in the way of getting over.
+void AgentDatabase::Disconnect(const SQLite::Exception& error) {
+    if (!m_connection) {
+        return;
+    }
+    if (IsDamage(error)) {
+        KeepFilesOnClose(m_connection->database);
+        m_connection.reset();
+    } else if (IsUnwritable(error) || m_connection->snapshot) {
+        m_connection.reset();
+    }
+}
+
+void AgentDatabase::PutAside(const SQLite::Exception& damage) const {
+    const fs::path target = PutDatabaseAside(m_file);
+    wxLogError("Agent database '%s' is damaged: %s. It was put aside as '%s', a new one is begun",
+               FromUtf8(m_file.string()), FromUtf8(damage.what()), FromUtf8(target.string()));
+}
+
+}  // namespace ZelkaCore

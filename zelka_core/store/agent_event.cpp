@@ -1,0 +1,58 @@
+#include "zelka_core/store/agent_event.h"
+
+#include <wx/log.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace ZelkaCore {
+
+namespace {
+
+constexpr std::array kNames{
+    std::pair{CAgentEvent::SeverityFatal, "fatal"},
+    std::pair{CAgentEvent::SeverityError, "error"},
+    std::pair{CAgentEvent::SeverityWarning, "warning"},
+    std::pair{CAgentEvent::SeverityNotice, "notice"},
+    std::pair{CAgentEvent::SeverityInfo, "info"},
+    std::pair{CAgentEvent::SeverityDebug, "debug"},
+};
+
+}  // namespace
+
+CAgentEvent::_EventSeverity CAgentEvent::ToSeverity(unsigned long logLevel) {
+    switch (logLevel) {
+        case wxLOG_FatalError:
+            return SeverityFatal;
+        case wxLOG_Error:
+            return SeverityError;
+        case wxLOG_Warning:
+            return SeverityWarning;
+        case wxLOG_Message:
+        case wxLOG_Status:
+            return SeverityNotice;
+        case wxLOG_Info:
+            return SeverityInfo;
+        default:
+            return SeverityDebug;
+    }
+}
+
+std::string CAgentEvent::SeverityName(_EventSeverity severity) {
+    const auto* const entry =
+        std::find_if(kNames.begin(), kNames.end(),
+                     [&](const auto& candidate) { return candidate.first == severity; });
+    return entry == kNames.end() ? "debug" : entry->second;
+}
+
+std::optional<CAgentEvent::_EventSeverity> CAgentEvent::SeverityFromName(const std::string& name) {
+    for (const auto& [severity, text] : kNames) {
+        if (name == text) {
+            return severity;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace ZelkaCore

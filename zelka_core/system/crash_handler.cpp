@@ -1,0 +1,30 @@
+#include "zelka_core/system/crash_handler.h"
+
+#include <wx/log.h>
+
+#include "platform/crash.h"
+#include "platform/error.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+namespace {
+
+// Runs in the signal handler.
+std::int32_t WriteDumpOfFault(EXCEPTION_POINTERS* fault) {
+    (void)WriteCrashDump(*fault);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+}  // namespace
+
+void InitCrashHandler(const wxString& dumpFile, const wxString& appName, bool fullDump) {
+    (void)SetUnhandledExceptionFilter(nullptr);
+    if (!PrepareCrashDump({ToUtf8(dumpFile), ToUtf8(appName), fullDump})) {
+        wxLogWarning("Crash dumps cannot be written to '%s': %s", dumpFile,
+                     wxSysErrorMsgStr(GetLastError()));
+        return;
+    }
+    (void)SetUnhandledExceptionFilter(WriteDumpOfFault);
+}
+
+}  // namespace ZelkaCore

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <utility>
 
 // Owns a file descriptor and closes it. -1 owns nothing.
@@ -21,14 +19,7 @@ class ScopedFd {
     [[nodiscard]] int Get() const { return m_fd; }
     [[nodiscard]] bool IsOpen() const { return m_fd >= 0; }
     [[nodiscard]] int Release() { return std::exchange(m_fd, -1); }
-
-    void Reset(int fd = -1) {
-        const int old = std::exchange(m_fd, fd);
-        if (old >= 0) {
-            // Linux closes the descriptor whatever close() answers; there is nothing to try again.
-            (void)close(old);
-        }
-    }
+    void Reset(int fd = -1);
 
   private:
     int m_fd = -1;

@@ -1,7 +1,42 @@
 #include "platform/error.h"
 
+#include <cerrno>
+#include <string>
+
 namespace {
+
+class PlatformCategory : public std::error_category {
+  public:
+    [[nodiscard]] const char* name() const noexcept override { return "platform"; }
+
+    [[nodiscard]] std::string message(int code) const override {
+        switch (static_cast<PlatformError>(code)) {
+            case PlatformError::kNotRegularFile:
+                return "it is not a regular file";
+            case PlatformError::kNeitherFolderNorFile:
+                return "neither a folder nor a regular file";
+            case PlatformError::kNotToBeStopped:
+                return "not a process that may be stopped";
+            case PlatformError::kStillThere:
+                return "it is still there after being killed";
+            case PlatformError::kNoServiceManager:
+                return "no service manager started this process";
+        }
+        return "Unknown error " + std::to_string(code);
+    }
+};
+
 thread_local DWORD t_lastError = 0;
+
+}  // namespace
+
+std::error_code make_error_code(PlatformError error) {
+    static const PlatformCategory category;
+    return {static_cast<int>(error), category};
+}
+
+std::error_code LastSystemError() {
+    return {errno, std::generic_category()};
 }
 
 DWORD GetLastError() {

@@ -1,15 +1,13 @@
 #include "zelka_core/archive/zip_archive.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <zip.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <system_error>
 
-#include "platform/scoped_fd.h"
+#include "platform/error.h"
+#include "platform/file.h"
 #include "zelka_core/archive/zip_central_directory.h"
 
 namespace ZelkaCore {
@@ -18,10 +16,11 @@ namespace {
 
 constexpr std::size_t kBlockSize = 0x40000;
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { (void)std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+// The type of a file in the upper half of the external attributes, as archives from Unix have it.
+constexpr std::uint32_t kTypeMask = 0170000;
+constexpr std::uint32_t kTypeFolder = 0040000;
+constexpr std::uint32_t kTypeRegular = 0100000;
+constexpr std::uint32_t kTypeLink = 0120000;
 
 struct EntryCloser {
     void operator()(zip_file_t* entry) const { (void)zip_fclose(entry); }
@@ -41,29 +40,17 @@ class ZipError {
     zip_error_t m_error{};
 };
 
-// Opened without waiting: a pipe has nobody who writes to it.
-FilePtr OpenRegularFile(const std::string& path, std::string& fault) {
-    ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat status {};
-    if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) {
-        fault = "cannot be opened: " + std::generic_category().message(errno);
-        return nullptr;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        fault = "is not a regular file";
-        return nullptr;
-    }
-    FilePtr file(fdopen(fd.Get(), "rb"));
-    if (file) {
-        (void)fd.Release();  // now the stream's own
-    } else {
-        fault = "cannot be opened: " + std::generic_category().message(errno);
+FileStream OpenArchiveFile(const std::string& path, std::string& fault) {
+    FileStream file;
+    if (const auto error = OpenRegularStream(path, file)) {
+        fault = error == PlatformError::kNotRegularFile ? "is not a regular file"
+                                                        : "cannot be opened: " + error.message();
     }
     return file;
 }
 
 // An archive over `file`, which it owns from then on. Null with the reason in `fault`.
-zip_t* OpenZip(FilePtr file, std::string& fault) {
+zip_t* OpenZip(FileStream file, std::string& fault) {
     ZipError error;
     zip_source_t* source = zip_source_filep_create(file.get(), 0, -1, error.Get());
     if (source == nullptr) {
@@ -132,17 +119,17 @@ bool ReadEntries(zip_t* archive, std::vector<std::string> names, std::vector<Zip
 }  // namespace
 
 std::string ZipEntryFault(const ZipEntry& entry) {
-    const std::uint32_t mode = entry.attributes >> 16U & S_IFMT;
+    const std::uint32_t type = entry.attributes >> 16U & kTypeMask;
     if (entry.encrypted) {
         return "is encrypted";
     }
-    if (mode == S_IFLNK) {
+    if (type == kTypeLink) {
         return "is a symbolic link";
     }
-    if (mode != 0 && mode != S_IFREG && mode != S_IFDIR) {
+    if (type != 0 && type != kTypeRegular && type != kTypeFolder) {
         return "is a device, a pipe or a socket";
     }
-    if ((mode == S_IFDIR && !entry.IsFolder()) || (mode == S_IFREG && entry.IsFolder()) ||
+    if ((type == kTypeFolder && !entry.IsFolder()) || (type == kTypeRegular && entry.IsFolder()) ||
         (entry.IsFolder() && entry.size != 0)) {
         return "is a folder by half of its marks and a file by the others";
     }
@@ -162,7 +149,7 @@ ZipArchive::ZipArchive(ZipArchive&&) noexcept = default;
 ZipArchive& ZipArchive::operator=(ZipArchive&&) noexcept = default;
 
 bool ZipArchive::Open(const std::string& path, std::string& fault) {
-    FilePtr file = OpenRegularFile(path, fault);
+    FileStream file = OpenArchiveFile(path, fault);
     if (!file) {
         return false;
     }

@@ -1,7 +1,6 @@
 #include "zelka_core/log/log_file.h"
 
 #include <spdlog/sinks/rotating_file_sink.h>
-#include <sys/stat.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/file.h"
+#include "platform/private_file.h"
 #include "zelka_core/mutex.h"
 #include "zelka_core/text.h"
 
@@ -45,15 +46,9 @@ void PrintToStandardError(const std::string& line) {
     (void)std::fprintf(stderr, "%s\n", line.c_str());
 }
 
-// Keeps the files closed to others, also those that rotation makes.
-void RestrictMode(const std::string& path) {
-    (void)chmod(path.c_str(), S_IRUSR | S_IWUSR);
-}
-
 bool LogFile::Open(const std::string& path) {
     const MutexLock lock(m_mutex);
-    struct stat status = {};
-    if (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+    if (IsPipe(path)) {
         // Opening it would wait for a reader, for ever if none comes.
         FallBack((path + " is a pipe and no log file").c_str());
         FlushWaiting();
@@ -62,7 +57,7 @@ bool LogFile::Open(const std::string& path) {
     try {
         spdlog::file_event_handlers handlers;
         handlers.after_open = [](const spdlog::filename_t& name, std::FILE*) {
-            RestrictMode(name);
+            (void)CloseToOthers(name);  // also one that rotation makes
         };
         m_sink = std::make_unique<Sink>(path, kMaximumSize, kFilesKept, false, handlers);
         m_sink->set_pattern("%v");
@@ -145,7 +140,7 @@ bool OpenLogFile(const wxString& folder, const wxString& name) {
     plain.Replace("/", "_");
     const std::string path = ToUtf8(folder);
     // A folder that cannot be made shows when the file is opened.
-    (void)mkdir(path.c_str(), S_IRWXU);
+    (void)MakePrivateFolder(path);
     return TheLogFile().Open(path + "/" + ToUtf8(plain) + ".log");
 }
 

@@ -1,7 +1,5 @@
 #include "zelka_core/log/trace.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
 #include <wx/datetime.h>
 #include <wx/filename.h>
 #include <wx/tokenzr.h>
@@ -9,6 +7,7 @@
 #include <atomic>
 #include <deque>
 
+#include "platform/process.h"
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/mutex.h"
 #include "zelka_core/text.h"
@@ -79,7 +78,7 @@ void LogTrace(const wxString& module, const char* file, int line, const char* fu
     const wxString time = wxDateTime::UNow().Format("%Y-%m-%d %H:%M:%S.%l");
     const wxString position = wxFileName(wxString::FromUTF8(file)).GetFullName();
     const wxString text =
-        wxString::Format("%s trace   %s [%ld] %s %s:%d %s", time, module, syscall(SYS_gettid),
+        wxString::Format("%s trace   %s [%ld] %s %s:%d %s", time, module, CurrentThreadNumber(),
                          wxString::FromUTF8(function), position, line, message);
     WriteLogLine(ToUtf8(text));
 }

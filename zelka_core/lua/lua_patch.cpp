@@ -1,7 +1,5 @@
 #include "zelka_core/lua/lua_patch.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
@@ -80,7 +78,7 @@ int ExitProcess(lua_State* L) {
                                          : luaL_optint(L, 1, EXIT_SUCCESS);
     (void)std::fflush(nullptr);
     CloseLogFile();
-    _exit(code);
+    std::_Exit(code);
 }
 
 int SetLocale(lua_State* L) {

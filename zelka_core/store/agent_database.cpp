@@ -2,19 +2,17 @@
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <unistd.h>
 #include <wx/log.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <limits>
 #include <system_error>
 #include <utility>
 
+#include "platform/file.h"
 #include "zelka_core/store/agent_database_schema.h"
 #include "zelka_core/text.h"
 
@@ -55,8 +53,8 @@ std::string Reason(const SQLite::Exception& error, const fs::path& file) {
         return reason;
     }
     for (const fs::path& path : {file.parent_path(), file}) {
-        if (faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
-            reason += "; " + path.string() + ": " + std::generic_category().message(errno);
+        if (const auto refusal = CheckAccess(path.string())) {
+            reason += "; " + path.string() + ": " + refusal.message();
         }
     }
     return reason;
@@ -221,9 +219,11 @@ std::optional<FolderLock> AgentDatabase::LockFolder(Access access, FolderLock::K
     if (access == Access::Make) {
         MakePrivateFolders(folder);
     }
-    auto lock = FolderLock::Take(folder, kind, std::chrono::milliseconds(m_tuning.busyTimeout));
+    auto lock =
+        ZelkaCore::LockFolder(folder, kind, std::chrono::milliseconds(m_tuning.busyTimeout));
     if (!lock && access == Access::Make) {
-        throw std::system_error(ENOENT, std::generic_category(), folder.string());
+        throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory),
+                                folder.string());
     }
     return lock;
 }

@@ -1,17 +1,11 @@
 #include "zelka_core/store/database_file.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <wx/log.h>
 
 #include <array>
-#include <cerrno>
 #include <ctime>
 #include <string>
 #include <system_error>
-#include <thread>
 
 #include "zelka_core/text.h"
 
@@ -21,19 +15,14 @@ namespace ZelkaCore {
 
 namespace {
 
-[[noreturn]] void ThrowErrno(const fs::path& path, int error = errno) {
-    throw std::system_error(error, std::generic_category(), path.string());
+void ThrowIf(std::error_code error, const fs::path& path) {
+    if (error) {
+        throw std::system_error(error, path.string());
+    }
 }
 
 fs::path WithSuffix(const fs::path& file, const char* suffix) {
     return file.string() + suffix;
-}
-
-void SyncFolder(const fs::path& folder) {
-    const ScopedFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.IsOpen() || fsync(fd.Get()) != 0) {
-        ThrowErrno(folder);
-    }
 }
 
 std::string UtcNow() {
@@ -56,82 +45,38 @@ fs::path FreeName(const fs::path& wanted) {
 }  // namespace
 
 std::optional<FileIdentity> IdentityOf(const fs::path& file) {
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        if (errno == ENOENT || errno == ENOTDIR) {
-            return std::nullopt;
-        }
-        ThrowErrno(file);
-    }
-    return FileIdentity{status.st_dev, status.st_ino};
+    std::optional<FileIdentity> identity;
+    ThrowIf(::IdentityOf(file.string(), identity), file);
+    return identity;
 }
 
-std::optional<FolderLock> FolderLock::Take(const fs::path& folder, Kind kind,
-                                           std::chrono::milliseconds patience) {
-    ScopedFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.IsOpen()) {
-        if (errno == ENOENT) {
-            return std::nullopt;
-        }
-        ThrowErrno(folder);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    const int operation = kind == Kind::Exclusive ? LOCK_EX : LOCK_SH;
-    // The system has no file lock with a time limit, so a taken one is tried again.
-    while (flock(fd.Get(), operation | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK && std::chrono::steady_clock::now() >= deadline) {
-            throw std::system_error(ETIMEDOUT, std::generic_category(),
-                                    folder.string() + " is locked by another user of it");
-        }
-        if (errno == EWOULDBLOCK) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        } else if (errno != EINTR) {
-            ThrowErrno(folder);
-        }
-    }
-    return FolderLock(std::move(fd));
-}
-
-FolderLock::~FolderLock() {
-    if (m_folder.IsOpen()) {
-        // Closing alone would leave the lock to a process that was forked meanwhile.
-        (void)flock(m_folder.Get(), LOCK_UN);
-    }
+std::optional<FolderLock> LockFolder(const fs::path& folder, FolderLock::Kind kind,
+                                     std::chrono::milliseconds patience) {
+    std::optional<FolderLock> lock;
+    const auto error = FolderLock::Take(folder.string(), kind, patience, lock);
+    ThrowIf(error, error == std::errc::timed_out
+                       ? fs::path(folder.string() + " is locked by another user of it")
+                       : folder);
+    return lock;
 }
 
 void MakePrivateFolders(const fs::path& folder) {
-    if (folder.empty() || fs::is_directory(folder)) {
-        return;
-    }
-    const fs::path parent = folder.parent_path();
-    MakePrivateFolders(parent);
-    if (mkdir(folder.c_str(), S_IRWXU) == 0) {
-        SyncFolder(parent);
-        return;
-    }
-    const int error = errno;
-    if (error != EEXIST || !fs::is_directory(folder)) {
-        ThrowErrno(folder, error);
-    }
+    std::string failed;
+    const auto error = ::MakePrivateFolders(folder.string(), failed);
+    ThrowIf(error, failed);
 }
 
 void MakePrivateFile(const fs::path& file) {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-    const ScopedFd fd(open(file.c_str(), kFlags, S_IRUSR | S_IWUSR));
-    if (!fd.IsOpen()) {
-        ThrowErrno(file);
-    }
+    ThrowIf(::MakePrivateFile(file.string()), file);
 }
 
 void MakeDatabasePrivate(const fs::path& file) {
     for (const char* suffix : {"", "-wal", "-shm"}) {
-        const fs::path path = WithSuffix(file, suffix);
-        struct stat status {};
-        const bool open = stat(path.c_str(), &status) == 0 && (status.st_mode & 077U) != 0;
-        if (open && chmod(path.c_str(), status.st_mode & S_IRWXU) != 0) {
-            const std::string reason = std::generic_category().message(errno);
-            wxLogWarning("'%s' stays open to others: %s", FromUtf8(path.string()),
-                         FromUtf8(reason));
+        const std::string path = WithSuffix(file, suffix).string();
+        const auto error = CloseToOthers(path);
+        if (error && error != std::errc::no_such_file_or_directory) {
+            wxLogWarning("'%s' stays open to others: %s", FromUtf8(path),
+                         FromUtf8(error.message()));
         }
     }
 }
@@ -142,8 +87,10 @@ fs::path PutDatabaseAside(const fs::path& file) {
     // damaged database still in its place and does it again.
     for (const char* suffix : {"-wal", "-shm", ""}) {
         const fs::path source = WithSuffix(file, suffix);
-        if (rename(source.c_str(), WithSuffix(target, suffix).c_str()) != 0 && errno != ENOENT) {
-            ThrowErrno(source);
+        std::error_code error;
+        fs::rename(source, WithSuffix(target, suffix), error);
+        if (error != std::errc::no_such_file_or_directory) {
+            ThrowIf(error, source);
         }
     }
     return target;

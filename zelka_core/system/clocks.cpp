@@ -1,7 +1,8 @@
 #include "zelka_core/system/clocks.h"
 
 #include <chrono>
-#include <ctime>
+
+#include "platform/clock.h"
 
 namespace ZelkaCore {
 
@@ -11,10 +12,7 @@ std::int64_t TimeNowMillis() {
 }
 
 unsigned int SystemTickCount() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_BOOTTIME, &now);  // fails for an unknown clock only
-    const auto millis = std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-    return static_cast<unsigned int>(static_cast<std::uint64_t>(millis));
+    return static_cast<unsigned int>(MillisecondsSinceBoot());
 }
 
 }  // namespace ZelkaCore

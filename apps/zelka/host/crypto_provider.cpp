@@ -7,10 +7,10 @@
 #include <wx/log.h>
 
 #include <cstdlib>
-#include <fstream>
 
 #include "apps/zelka/host/fips_decision.h"
 #include "apps/zelka/zelka.h"
+#include "platform/fips.h"
 #include "platform/regkey.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/text.h"
@@ -21,9 +21,8 @@ namespace {
 
 constexpr const char* kPolicyKey = R"(System\CurrentControlSet\Control\Lsa\FIPSAlgorithmPolicy)";
 constexpr const char* kPolicyValue = "Enabled";
-constexpr const char* kKernelPolicy = "/proc/sys/crypto/fips_enabled";
 
-// The registry's value if there is one, else what the kernel was started with.
+// The registry's value if there is one, else what the system was started with.
 std::optional<long> SystemFipsPolicy() {
     wxRegKey key(wxRegKey::HKLM, kPolicyKey);
     long policy = 0;
@@ -35,8 +34,7 @@ std::optional<long> SystemFipsPolicy() {
                      kPolicyKey);
         return std::nullopt;
     }
-    std::ifstream kernel(kKernelPolicy);
-    return kernel >> policy ? std::optional(policy) : std::nullopt;
+    return SystemFipsFlag();
 }
 
 void RequireFile(const wxString& path, const char* complaint) {

@@ -6,7 +6,6 @@
 #include <wx/log.h>
 #include <wx/strconv.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +14,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "platform/error.h"
+#include "platform/file.h"
 #include "platform/linux/registry/registry_text.h"
 #include "platform/scoped_fd.h"
 
@@ -22,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr off_t kSizeLimit = 1'048'576;
+constexpr std::size_t kSizeLimit = 1'048'576;
 constexpr std::size_t kMostWarnings = 100;
 constexpr std::size_t kToldApartBy = 200;  // bytes of two malformed lines
 
@@ -66,36 +67,6 @@ void WarnOfMalformedLines(const std::string& path, std::string_view content) {
     }
 }
 
-// Reads to the end of the file, at most one byte more than is allowed. An error code, 0 for
-// success.
-int ReadAll(int fd, std::string& content) {
-    content.resize(static_cast<std::size_t>(kSizeLimit) + 1);
-    std::size_t length = 0;
-    while (length < content.size()) {
-        const ssize_t count = read(fd, content.data() + length, content.size() - length);
-        if (count == 0) {
-            break;
-        }
-        if (count < 0 && errno != EINTR) {
-            return errno;
-        }
-        length += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    content.resize(length);
-    return 0;
-}
-
-int WriteAll(int fd, std::string_view content) {
-    while (!content.empty()) {
-        const ssize_t count = write(fd, content.data(), content.size());
-        if (count < 0 && errno != EINTR) {
-            return errno;
-        }
-        content.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
-    }
-    return 0;
-}
-
 // A new file beside the one that it will replace; it goes again unless it does.
 class Replacement {
   public:
@@ -111,28 +82,27 @@ class Replacement {
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
-    int Fill(const struct stat& original, std::string_view content) {
+    std::error_code Fill(const struct stat& original, std::string_view content) {
         if (!m_file.IsOpen() || fchown(m_file.Get(), original.st_uid, original.st_gid) != 0 ||
             fchmod(m_file.Get(), original.st_mode & 07777) != 0) {
-            return errno;
+            return LastSystemError();
         }
-        const int code = WriteAll(m_file.Get(), content);
-        if (code != 0) {
-            return code;
+        if (const auto error = WriteAll(m_file, content)) {
+            return error;
         }
-        return fsync(m_file.Get()) == 0 ? 0 : errno;
+        return fsync(m_file.Get()) == 0 ? std::error_code() : LastSystemError();
     }
 
-    int PutInPlace() {
+    std::error_code PutInPlace() {
         if (rename(m_name.c_str(), m_target.c_str()) != 0) {
-            return errno;
+            return LastSystemError();
         }
         m_file.Reset();
         // So that the new name lasts, too. The replacement has happened whatever this answers.
         const ScopedFd folder(
             open(m_target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         (void)fsync(folder.Get());
-        return 0;
+        return {};
     }
 
   private:
@@ -149,22 +119,17 @@ std::string RegistryFilePath() {
 }
 
 std::optional<std::string> ReadRegistryFile(const std::string& path) {
-    const ScopedFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) {
-        return std::string();
-    }
-    struct stat status = {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
-        return Refuse(path, std::generic_category().message(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return Refuse(path, "it is not a regular file");
-    }
+    ScopedFd file;
     std::string content;
-    if (const int code = ReadAll(file.Get(), content); code != 0) {
-        return Refuse(path, std::generic_category().message(code));
+    auto error = OpenRegularFile(path, file);
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        return content;
     }
-    if (content.size() > static_cast<std::size_t>(kSizeLimit)) {
+    error = error ? error : ReadAtMost(file, kSizeLimit + 1, content);
+    if (error) {
+        return Refuse(path, error.message());
+    }
+    if (content.size() > kSizeLimit) {
         return Refuse(path, "it is larger than 1 MiB");
     }
     WarnOfMalformedLines(path, content);
@@ -177,14 +142,17 @@ bool CanReplaceRegistryFile(const std::string& path) {
     return !error && faccessat(AT_FDCWD, target.parent_path().c_str(), W_OK, AT_EACCESS) == 0;
 }
 
-int ReplaceRegistryFile(const std::string& path, const std::string& content) {
+std::error_code ReplaceRegistryFile(const std::string& path, const std::string& content) {
     std::error_code error;
     const fs::path target = fs::canonical(path, error);
+    if (error) {
+        return error;
+    }
     struct stat original = {};
-    if (error || stat(target.c_str(), &original) != 0) {
-        return error ? error.value() : errno;
+    if (stat(target.c_str(), &original) != 0) {
+        return LastSystemError();
     }
     Replacement replacement(target);
-    const int code = replacement.Fill(original, content);
-    return code != 0 ? code : replacement.PutInPlace();
+    error = replacement.Fill(original, content);
+    return error ? error : replacement.PutInPlace();
 }

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <system_error>
 
 // The registry file on the disk.
 
@@ -18,5 +19,6 @@ bool CanReplaceRegistryFile(const std::string& path);
 
 // Puts a new content in place of that of an existing file, whose mode, owner and group are kept,
 // and which stays what it is when it is a link to another file. A reader sees the old content or
-// the new one. Gives an error code, 0 for success; after a failure the old content is there.
-int ReplaceRegistryFile(const std::string& path, const std::string& content);
+// the new one. After a failure the old content is there.
+[[nodiscard]] std::error_code ReplaceRegistryFile(const std::string& path,
+                                                  const std::string& content);

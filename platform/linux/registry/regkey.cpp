@@ -61,9 +61,9 @@ bool RemoveKey(const wxString& key) {
         wxLogWarning("Registry key %s was not removed: it is too close to its root", key);
         return false;
     }
-    if (const int code = ReplaceRegistryFile(path, WithoutRegistryKey(*content, key)); code != 0) {
+    if (const auto error = ReplaceRegistryFile(path, WithoutRegistryKey(*content, key))) {
         wxLogWarning("Registry key %s was not removed: the file could not be replaced: %s", key,
-                     wxString::FromUTF8(std::generic_category().message(code)));
+                     wxString::FromUTF8(error.message()));
         return false;
     }
     return true;

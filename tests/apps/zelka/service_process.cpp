@@ -11,7 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "platform/pidfd.h"
+#include "platform/linux/pidfd.h"
 
 namespace {
 

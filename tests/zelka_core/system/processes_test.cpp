@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/pidfd.h"
+#include "platform/linux/pidfd.h"
 #include "platform/scoped_fd.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"

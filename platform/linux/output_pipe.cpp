@@ -1,17 +1,15 @@
-#include "zelka_core/system/output_pipe.h"
+#include "platform/linux/output_pipe.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
-#include <wx/log.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 
-#include "zelka_core/text.h"
+#include "platform/error.h"
 
-namespace ZelkaCore {
 namespace {
 
 constexpr std::size_t kContentLimit = 1'048'576;
@@ -19,16 +17,19 @@ constexpr std::size_t kReadSize = 65'536;  // what a pipe holds
 
 }  // namespace
 
-bool OutputPipe::Open() {
+std::error_code OutputPipe::Open() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return false;
+        return LastSystemError();
     }
     m_reading.Reset(ends[0]);
     const ScopedFd writing(ends[1]);
     // Above the standard descriptors, which the program's are put on one after the other.
     m_writing.Reset(fcntl(writing.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    return m_writing.IsOpen() && fcntl(m_reading.Get(), F_SETFL, O_NONBLOCK) == 0;
+    if (!m_writing.IsOpen() || fcntl(m_reading.Get(), F_SETFL, O_NONBLOCK) != 0) {
+        return LastSystemError();
+    }
+    return {};
 }
 
 void OutputPipe::Take() {
@@ -50,15 +51,6 @@ void OutputPipe::TakeTheRest() {
     }
 }
 
-wxString OutputPipe::Text(const std::string& program, const char* name) {
-    if (m_dropped != 0) {
-        DropBrokenCharacter();
-        wxLogWarning("%s: %zu bytes of its %s were dropped", FromUtf8(program), m_dropped,
-                     wxString::FromAscii(name));
-    }
-    return FromUtf8(m_content);
-}
-
 // Closes the pipe at its end. The number of bytes taken, 0 also when there is nothing now.
 std::size_t OutputPipe::TakeAtMost(std::size_t limit) {
     std::array<char, kReadSize> buffer;
@@ -70,22 +62,8 @@ std::size_t OutputPipe::TakeAtMost(std::size_t limit) {
         return 0;
     }
     const auto bytes = static_cast<std::size_t>(count);
-    const std::size_t kept = std::min(bytes, kContentLimit - m_content.size());
-    m_content.append(buffer.data(), kept);
-    m_dropped += bytes - kept;
+    const std::size_t kept = std::min(bytes, kContentLimit - output.content.size());
+    output.content.append(buffer.data(), kept);
+    output.dropped += bytes - kept;
     return bytes;
 }
-
-// A character of several bytes may have been cut at the end.
-void OutputPipe::DropBrokenCharacter() {
-    std::size_t last = m_content.size() - 1;
-    while (last > 0 && (static_cast<unsigned char>(m_content[last]) & 0xC0U) == 0x80U) {
-        --last;
-    }
-    if (static_cast<unsigned char>(m_content[last]) >= 0xC0U) {
-        m_dropped += m_content.size() - last;
-        m_content.resize(last);
-    }
-}
-
-}  // namespace ZelkaCore

@@ -1,0 +1,77 @@
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/error.h"
+
+std::error_code OpenRegularFile(const std::string& path, ScopedFd& file) {
+    ScopedFd opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status = {};
+    if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) {
+        return LastSystemError();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return PlatformError::kNotRegularFile;
+    }
+    file = std::move(opened);
+    return {};
+}
+
+std::error_code ReadAtMost(const ScopedFd& file, std::size_t limit, std::string& content) {
+    std::string text(limit, '\0');
+    std::size_t length = 0;
+    while (length < limit) {
+        const ssize_t count = read(file.Get(), text.data() + length, limit - length);
+        if (count == 0) {
+            break;
+        }
+        if (count < 0 && errno != EINTR) {
+            return LastSystemError();
+        }
+        length += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    text.resize(length);
+    content = std::move(text);
+    return {};
+}
+
+std::error_code WriteAll(const ScopedFd& file, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t count = write(file.Get(), content.data(), content.size());
+        if (count < 0 && errno != EINTR) {
+            return LastSystemError();
+        }
+        content.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+    return {};
+}
+
+std::error_code OpenRegularStream(const std::string& path, FileStream& stream) {
+    ScopedFd file;
+    if (const auto error = OpenRegularFile(path, file)) {
+        return error;
+    }
+    FileStream opened(fdopen(file.Get(), "rb"));
+    if (!opened) {
+        return LastSystemError();
+    }
+    (void)file.Release();  // now the stream's own
+    stream = std::move(opened);
+    return {};
+}
+
+bool IsPipe(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+std::error_code CheckAccess(const std::string& path) {
+    if (faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
+        return LastSystemError();
+    }
+    return {};
+}

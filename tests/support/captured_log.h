@@ -1,6 +1,7 @@
 #pragma once
 
 #include <wx/log.h>
+#include <wx/thread.h>
 
 #include <string>
 #include <vector>
@@ -8,20 +9,31 @@
 // Takes the log records of the thread that makes it, for as long as it lives.
 class CapturedLog : public wxLog {
   public:
-    CapturedLog();
-    ~CapturedLog() override;
+    CapturedLog() : m_outer(Activate(this)) {}
+    ~CapturedLog() override { (void)Activate(m_outer); }
 
     // The texts of the records so far.
     [[nodiscard]] const std::vector<std::string>& Lines() const { return m_lines; }
     // All of them, with a line end behind each.
-    [[nodiscard]] std::string Text() const;
+    [[nodiscard]] std::string Text() const {
+        std::string text;
+        for (const std::string& line : m_lines) {
+            text += line + "\n";
+        }
+        return text;
+    }
 
   protected:
-    void DoLogRecord(wxLogLevel level, const wxString& message,
-                     const wxLogRecordInfo& info) override;
+    void DoLogRecord(wxLogLevel, const wxString& message, const wxLogRecordInfo&) override {
+        m_lines.push_back(message.utf8_string());
+    }
 
   private:
-    const bool m_onMainThread;
-    wxLog* m_outer;
+    // Returns the target that was active before.
+    static wxLog* Activate(wxLog* target) {
+        return wxThread::IsMain() ? SetActiveTarget(target) : SetThreadActiveTarget(target);
+    }
+
+    wxLog* const m_outer;
     std::vector<std::string> m_lines;
 };

@@ -1,31 +1,26 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <limits>
+#include <regex>
 #include <string>
-#include <string_view>
 
-#include "platform/scoped_fd.h"
+#include "fuzz/fuzz_target.h"
 #include "zelka_core/system/processes.h"
-#include "zelka_core/text.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+// A pid file holds one number that a process can have, with nothing but blanks around it. A longer
+// file than any that is written holds none.
+void RunOnInput(std::string_view input) {
+    constexpr std::size_t kLongest = 64;
+    const int file = memfd_create("pid", MFD_CLOEXEC);
+    Require(write(file, input.data(), input.size()) == static_cast<ssize_t>(input.size()));
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const unsigned long pid = ZelkaCore::ReadPidFile(path);
+    (void)close(file);
 
-// A pid is a number that a process can have, and is written in the file.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const ScopedFd file(memfd_create("pid", MFD_CLOEXEC));
-    if (write(file.Get(), data, size) != static_cast<ssize_t>(size)) {
-        std::abort();
-    }
-    const std::string path = "/proc/self/fd/" + std::to_string(file.Get());
-    const unsigned long pid = ZelkaCore::ReadPidFile(ZelkaCore::FromUtf8(path));
-    const std::string_view content(reinterpret_cast<const char*>(data), size);
-    if (pid != 0 && (pid > static_cast<unsigned long>(std::numeric_limits<pid_t>::max()) ||
-                     content.find(std::to_string(pid)) == std::string_view::npos)) {
-        std::abort();
-    }
-    return 0;
+    static const std::regex kNumber("[ \t\r\n]*0*([0-9]{1,10})[ \t\r\n]*");
+    std::cmatch match;
+    const bool isNumber =
+        input.size() <= kLongest && std::regex_match(input.begin(), input.end(), match, kNumber);
+    const unsigned long number = isNumber ? std::stoul(match.str(1)) : 0;
+    Require(pid == (number <= 0x7fffffffU ? number : 0));
 }

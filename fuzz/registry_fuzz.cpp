@@ -1,22 +1,11 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
-#include <string_view>
 
+#include "fuzz/fuzz_target.h"
 #include "platform/linux/registry/registry_text.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
 
 constexpr int kLinesCompared = 64;
-
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 bool IsAtOrBelow(const wxString& key, const wxString& top) {
     return (key + '\\').StartsWith(top + '\\');
@@ -40,8 +29,7 @@ void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
 }  // namespace
 
 // Every byte belongs to one line; a key that is removed is gone, with nothing else.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
+void RunOnInput(std::string_view text) {
     std::string joined;
     wxString key;
     RegistryReader reader(text);
@@ -53,11 +41,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Require(joined == text);
     if (key.empty()) {
-        return 0;
+        return;
     }
     Require(CanonicalRegistryKey(key) == key);
     const std::string rest = WithoutRegistryKey(text, key);
     Require(!HasRegistryKey(rest, key));
     RequireTheSameOfOtherKeys(text, rest, key);
-    return 0;
 }

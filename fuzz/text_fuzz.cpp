@@ -1,17 +1,13 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz/fuzz_target.h"
 #include "zelka_core/text.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
-// Whatever the bytes are, the text made of them is kept by every further conversion.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const wxString text = ZelkaCore::FromUtf8({reinterpret_cast<const char*>(data), size});
-    if (text.empty() != (size == 0) || ZelkaCore::FromUtf8(ZelkaCore::ToUtf8(text)) != text) {
-        std::abort();
-    }
-    return 0;
+// UTF-8 comes back as it went in. Any other bytes are one character each, which comes back as well.
+void RunOnInput(std::string_view input) {
+    const std::string bytes(input);
+    const wxString text = ZelkaCore::FromUtf8(bytes);
+    const std::string back = ZelkaCore::ToUtf8(text);
+    Require(ZelkaCore::IsValidUtf8(bytes)
+                ? back == bytes
+                : text == wxString::From8BitData(bytes.data(), bytes.size()));
+    Require(ZelkaCore::FromUtf8(back) == text);
 }

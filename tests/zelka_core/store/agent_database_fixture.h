@@ -1,8 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,13 @@
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
 
 inline CAgentEvent EventWithData(const std::string& data) {
     CAgentEvent event;
@@ -24,11 +30,17 @@ inline std::vector<std::string> EventData(AgentDatabase& database) {
     std::vector<StoredAgentEvent> events;
     EXPECT_TRUE(database.Events(0, AgentDatabase::kNoLimit, events));
     std::vector<std::string> data;
-    data.reserve(events.size());
     for (const StoredAgentEvent& stored : events) {
         data.push_back(ToUtf8(stored.event.GetData()));
     }
     return data;
+}
+
+// The value of the setting "name"; "none" if there is none, or it cannot be read.
+inline std::string Setting(AgentDatabase& database, const std::string& name = "name") {
+    std::string value = "none";
+    EXPECT_TRUE(database.SettingRetrieve(name, value) || value == "none");
+    return value;
 }
 
 // A database that does not exist yet, in a folder that does not exist yet.
@@ -38,22 +50,26 @@ class AgentDatabaseTest : public testing::Test {
         return {m_file, tuning};
     }
 
+    // Puts bytes in the place of the database, or of its log if that is the suffix.
+    void Overwrite(const std::string& content, const std::string& suffix = "") const {
+        (void)m_scratch.Write("plugins/zelka_core/zelk_agent.db" + suffix, content);
+    }
+
     // The databases that were put aside, without their -wal and -shm files.
-    [[nodiscard]] std::vector<std::filesystem::path> PutAside() const {
-        std::vector<std::filesystem::path> found;
-        for (const auto& entry : std::filesystem::directory_iterator(m_file.parent_path())) {
-            const std::string name = entry.path().filename().string();
-            if (name.starts_with("zelk_agent.db.damaged-") && !name.ends_with("-wal") &&
-                !name.ends_with("-shm")) {
-                found.push_back(entry.path());
+    [[nodiscard]] std::vector<std::string> PutAside() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::directory_iterator(m_file.parent_path())) {
+            const std::string path = entry.path().string();
+            if (path.starts_with(m_file.string() + ".damaged-") && !path.ends_with("-wal") &&
+                !path.ends_with("-shm")) {
+                found.push_back(path);
             }
         }
         return found;
     }
 
     const ScratchFolder m_scratch;
-    const std::filesystem::path m_file =
-        m_scratch.Path() / "plugins" / "zelka_core" / "zelk_agent.db";
+    const fs::path m_file = m_scratch.Path() / "plugins/zelka_core/zelk_agent.db";
     // Errors and warnings; nothing else is logged here.
     const CapturedLog m_log;
 };

@@ -9,89 +9,59 @@
 namespace ZelkaCore {
 namespace {
 
+namespace fs = std::filesystem;
+
 // The log file is one for the process and closes for good, so each test runs in a child process.
 class LogFileDeathTest : public testing::Test {
   protected:
-    static wxString Folder(const ScratchFolder& scratch) {
-        return FromUtf8((scratch.Path() / "log").string());
-    }
     const ScratchFolder scratch;
+    const fs::path folder = scratch.Path() / "log";
 };
 
-TEST_F(LogFileDeathTest, LinesThatStillWaitAtTheEndGoToStandardError) {
-    EXPECT_EXIT(
-        {
+TEST_F(LogFileDeathTest, LinesThatNoFileTakesGoToStandardErrorWithTheReasonOnce) {
+    fs::create_directory(folder);
+    ASSERT_EQ(mkfifo((folder / "pipe.log").c_str(), 0600), 0);
+    fs::create_symlink("/dev/full", folder / "full.log");
+    for (const auto& [path, name, opens, reason] :
+         {std::tuple<fs::path, const char*, bool, const char*>{"", "never opened", false, ""},
+          {"/proc/nowhere", "x", false, "[^\n]*/proc/nowhere[^\n]*\n"},
+          {folder, "pipe", false, "[^\n]*is a pipe and no log file\n"},
+          {folder, "full", true, "[^\n]*No space left on device[^\n]*\n"}}) {
+        const auto run = [&path = path, &name = name] {
             WriteLogLine("one");
+            const bool open = !path.empty() && OpenLogFile(FromUtf8(path.string()), name);
             WriteLogLine("two");
-            std::exit(0);
-        },
-        testing::ExitedWithCode(0), "one\ntwo\n");
-}
-
-TEST_F(LogFileDeathTest, AFileThatCannotBeOpenedGivesItsLinesToStandardError) {
-    EXPECT_EXIT(
-        {
-            WriteLogLine("before");
-            const bool open = OpenLogFile("/proc/nowhere", "x");
-            WriteLogLine("after");
-            std::exit(open ? 1 : 0);
-        },
-        testing::ExitedWithCode(0), "/proc/nowhere.*\nbefore\nafter\n");
-}
-
-TEST_F(LogFileDeathTest, APipeInThePlaceOfTheFileIsRefusedAndNotWaitedFor) {
-    (void)scratch.Write("log/unused", "");
-    ASSERT_EQ(mkfifo((scratch.Path() / "log/x.log").c_str(), 0600), 0);
-    EXPECT_EXIT(
-        {
-            WriteLogLine("before");
-            const bool open = OpenLogFile(Folder(scratch), "x");
-            std::exit(open ? 1 : 0);
-        },
-        testing::ExitedWithCode(0), "is a pipe and no log file\nbefore\n");
-}
-
-TEST_F(LogFileDeathTest, ADiskThatIsFullGivesItsLinesToStandardErrorAndSaysWhyOnce) {
-    (void)scratch.Write("log/unused", "");
-    std::filesystem::create_symlink("/dev/full", scratch.Path() / "log/x.log");
-    EXPECT_EXIT(
-        {
-            (void)OpenLogFile(Folder(scratch), "x");
-            const std::string line(10'000, 'x');
-            WriteLogLine(line);
-            WriteLogLine("the last line");
-            std::exit(0);
-        },
-        testing::ExitedWithCode(0), "No space left on device");
+            std::exit(open ? 0 : 1);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(opens ? 0 : 1),
+                    std::string("^") + reason + "one\ntwo\n$");
+    }
 }
 
 TEST_F(LogFileDeathTest, WaitingLinesComeFirstAndASeparatorInTheNameIsNoFolder) {
-    EXPECT_EXIT(
-        {
-            WriteLogLine("early");
-            (void)OpenLogFile(Folder(scratch), "a/b");
-            WriteLogLine("late");
-            std::exit(0);
-        },
-        testing::ExitedWithCode(0), "");
-    EXPECT_EQ(ReadFile(scratch.Path() / "log/a_b.log"), "early\nlate\n");
+    const auto run = [&] {
+        WriteLogLine("early");
+        (void)OpenLogFile(FromUtf8(folder.string()), "a/b");
+        WriteLogLine("late");
+        std::exit(0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^$");
+    EXPECT_EQ(ReadFile(folder / "a_b.log"), "early\nlate\n");
 }
 
 TEST_F(LogFileDeathTest, GrowsNoFurtherThanTenMebibytesAndKeepsFiveOlderFiles) {
-    EXPECT_EXIT(
-        {
-            (void)OpenLogFile(Folder(scratch), "x");
-            const std::string line(1 << 20, 'x');
-            for (int i = 0; i < 70; ++i) {
-                WriteLogLine(line);
-            }
-            std::exit(0);
-        },
-        testing::ExitedWithCode(0), "");
+    const auto run = [&] {
+        (void)OpenLogFile(FromUtf8(folder.string()), "x");
+        for (int i = 0; i < 70; ++i) {
+            WriteLogLine(std::string(1 << 20, 'x'));
+        }
+        std::exit(0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^$");
     std::size_t files = 0;
-    for (const auto& file : std::filesystem::directory_iterator(scratch.Path() / "log")) {
+    for (const auto& file : fs::directory_iterator(folder)) {
         EXPECT_LE(file.file_size(), 10U << 20U) << file.path();
-        EXPECT_EQ(file.status().permissions(), std::filesystem::perms(0600)) << file.path();
+        EXPECT_EQ(file.status().permissions(), fs::perms(0600)) << file.path();
         ++files;
     }
     EXPECT_EQ(files, 6U);

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <wx/log.h>
 
-#include <filesystem>
-
 #include "fuzz/fuzz_target.h"
 #include "tests/support/scratch_folder.h"
 
@@ -11,8 +9,8 @@ namespace {
 // A fault aborts the process, which CTest reports with the input named last.
 TEST(Fuzz, EveryInputOfTheCorpusPasses) {
     const wxLogNull quiet;
-    ASSERT_FALSE(std::filesystem::is_empty(ZELKA_CORPUS));
-    for (const auto& file : std::filesystem::directory_iterator(ZELKA_CORPUS)) {
+    ASSERT_FALSE(fs::is_empty(ZELKA_CORPUS));
+    for (const auto& file : fs::directory_iterator(ZELKA_CORPUS)) {
         std::printf("%s\n", file.path().c_str());
         RunOnInput(ReadFile(file.path()));
     }

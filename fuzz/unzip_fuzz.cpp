@@ -8,8 +8,6 @@
 #include "zelka_core/archive/unzip.h"
 #include "zelka_core/text.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
 struct Walk {

@@ -5,8 +5,6 @@
 #include <iterator>
 #include <system_error>
 
-namespace fs = std::filesystem;
-
 ScratchFolder::ScratchFolder() {
     std::string name = (fs::temp_directory_path() / "zelk-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {

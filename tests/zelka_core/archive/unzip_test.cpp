@@ -14,7 +14,6 @@
 #include "tests/support/zip_builder.h"
 #include "zelka_core/text.h"
 
-namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;

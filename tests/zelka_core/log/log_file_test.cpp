@@ -9,8 +9,6 @@
 namespace ZelkaCore {
 namespace {
 
-namespace fs = std::filesystem;
-
 // The log file is one for the process and closes for good, so each test runs in a child process.
 class LogFileDeathTest : public testing::Test {
   protected:

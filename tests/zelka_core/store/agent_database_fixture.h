@@ -12,7 +12,6 @@
 
 namespace ZelkaCore {
 
-namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 #include <thread>
 
 #include "tests/support/captured_log.h"
@@ -18,7 +17,6 @@
 namespace ZelkaCore {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

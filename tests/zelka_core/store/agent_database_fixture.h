@@ -29,6 +29,7 @@ inline std::vector<std::string> EventData(AgentDatabase& database) {
     std::vector<StoredAgentEvent> events;
     EXPECT_TRUE(database.Events(0, AgentDatabase::kNoLimit, events));
     std::vector<std::string> data;
+    data.reserve(events.size());
     for (const StoredAgentEvent& stored : events) {
         data.push_back(ToUtf8(stored.event.GetData()));
     }

@@ -1,5 +1,5 @@
-// A program that faults in the way its arguments ask for:
-// crash_child DUMP-FILE WAY [full]. Before a fault whose place matters it prints the line.
+// A program that faults: crash_child DUMP-FILE WAY [full]. A way is the number of a signal or the
+// name of what comes before a fault of the main thread.
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -13,15 +13,12 @@
 
 #include <array>
 #include <barrier>
-#include <condition_variable>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -34,26 +31,11 @@
 
 namespace crash_child {
 
-struct Crumb {
-    int number = 0;
-    std::string word;
-};
-
-Crumb* g_crumb = nullptr;  // on the heap
+// Memory that nobody may touch. A null pointer would be a sanitizer's find.
 volatile int* g_lockedPage = nullptr;
 
-// Memory that nobody may touch. A null pointer would be a sanitizer's find.
-volatile int* LockedPage() {
-    return static_cast<volatile int*>(
-        mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-}
-
 [[gnu::noinline]] void TouchLockedPage() {
-    constexpr int kFaultLine = __LINE__ + 3;
-    std::printf("%d\n", kFaultLine);
-    (void)std::fflush(stdout);
     *g_lockedPage = 1;
-    std::puts("survived");
 }
 
 [[gnu::noinline]] int RecurseForEver(int depth) {
@@ -66,41 +48,32 @@ volatile int* LockedPage() {
     std::abort();
 }
 
-void OnAnotherThread(const std::function<void()>& fault) {
-    std::thread(fault).join();
-}
-
 [[gnu::noinline]] void ParkedWorker(std::barrier<>& started, std::mutex& never) {
     started.arrive_and_wait();
     const std::lock_guard lock(never);
 }
 
-void AmongManyThreads() {
-    constexpr int kCount = 200;
-    std::barrier<> started(kCount + 1);
-    std::mutex never;
-    const std::lock_guard lock(never);
-    std::vector<std::thread> threads;
-    threads.reserve(kCount);
-    for (int i = 0; i < kCount; ++i) {
-        threads.emplace_back([&] { ParkedWorker(started, never); });
+// Starts threads that wait from then on.
+void Park(int count) {
+    static std::mutex never;
+    static std::barrier<> started(count + 1);
+    never.lock();
+    for (int i = 0; i < count; ++i) {
+        std::thread([] { ParkedWorker(started, never); }).detach();
     }
     started.arrive_and_wait();
-    TouchLockedPage();
 }
 
-void AllAtOnce() {
+void FaultInManyThreadsAtOnce() {
     constexpr int kCount = 16;
     std::barrier<> started(kCount);
-    std::vector<std::thread> threads;
-    threads.reserve(kCount);
+    std::vector<std::jthread> threads;
     for (int i = 0; i < kCount; ++i) {
         threads.emplace_back([&] {
             started.arrive_and_wait();
-            *g_lockedPage = 1;
+            TouchLockedPage();
         });
     }
-    threads.front().join();
 }
 
 // From here on the system answers one kind of call with an error code.
@@ -117,104 +90,79 @@ void Refuse(unsigned systemCall, unsigned code) {
     }
 }
 
-// A fault of the main thread while a second one waits.
-void WithRefused(unsigned systemCall, unsigned code) {
-    std::barrier<> started(2);
-    std::mutex never;
-    const std::lock_guard lock(never);
-    std::thread other([&] { ParkedWorker(started, never); });
-    started.arrive_and_wait();
+void RefuseBesideAnotherThread(unsigned systemCall, unsigned code) {
+    Park(1);
     Refuse(systemCall, code);
-    TouchLockedPage();
 }
 
-void WithoutDescriptors() {
-    const rlimit few{.rlim_cur = 64, .rlim_max = 64};
-    (void)setrlimit(RLIMIT_NOFILE, &few);
+void Limit(__rlimit_resource resource, rlim_t limit) {
+    const rlimit both{.rlim_cur = limit, .rlim_max = limit};
+    (void)setrlimit(resource, &both);
+}
+
+void UseAllDescriptors() {
+    Limit(RLIMIT_NOFILE, 64);
     while (dup(STDOUT_FILENO) >= 0) {
     }
-    TouchLockedPage();
+}
+
+void LimitFiles() {
+    (void)signal(SIGXFSZ, SIG_IGN);
+    Limit(RLIMIT_FSIZE, 2 << 20);
+}
+
+// Returns in the child, and ends the parent once the child has died of its fault.
+void Fork() {
+    const pid_t child = fork();
+    if (child != 0) {
+        int status = 0;
+        (void)waitpid(child, &status, 0);
+        std::exit(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV ? 0 : 4);
+    }
 }
 
 std::int32_t FaultAgain(EXCEPTION_POINTERS* fault) {
     (void)fault;
-    *g_lockedPage = 2;
+    TouchLockedPage();
     return EXCEPTION_EXECUTE_HANDLER;
 }
 
-void InForkedChild() {
-    const pid_t child = fork();
-    if (child == 0) {
-        TouchLockedPage();
-    }
-    int status = 0;
-    (void)waitpid(child, &status, 0);
-    std::exit(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV ? 0 : 4);
-}
-
-using Way = std::function<void(const std::string& dumpFile)>;
-
-std::map<std::string, Way> Ways() {
-    return {
-        {"main", [](auto&) { TouchLockedPage(); }},
-        {"thread", [](auto&) { OnAnotherThread(TouchLockedPage); }},
-        {"overflow", [](auto&) { (void)RecurseForEver(0); }},
-        {"thread-overflow", [](auto&) { OnAnotherThread([] { (void)RecurseForEver(0); }); }},
-        {"abort", [](auto&) { GiveUp(); }},
-        {"many-threads", [](auto&) { AmongManyThreads(); }},
-        {"all-at-once", [](auto&) { AllAtOnce(); }},
-        {"no-ptrace", [](auto&) { WithRefused(SYS_ptrace, EPERM); }},
-        {"no-clone", [](auto&) { WithRefused(SYS_clone, EAGAIN); }},
-        {"no-descriptors", [](auto&) { WithoutDescriptors(); }},
-        {"no-space-for-all",
-         [](auto&) {
-             const rlimit size{.rlim_cur = 2 << 20, .rlim_max = 2 << 20};
-             (void)signal(SIGXFSZ, SIG_IGN);
-             (void)setrlimit(RLIMIT_FSIZE, &size);
-             TouchLockedPage();
-         }},
-        {"uncovered",
-         [](auto&) {
-             if (SetUnhandledExceptionFilter(nullptr) != nullptr) {
-                 TouchLockedPage();
-             }
-         }},
-        {"fault-in-filter",
-         [](auto&) {
-             (void)SetUnhandledExceptionFilter(FaultAgain);
-             TouchLockedPage();
-         }},
-        {"forked-child", [](auto&) { InForkedChild(); }},
-        {"folder-gone",
-         [](const std::string& file) {
-             (void)std::filesystem::remove_all(std::filesystem::path(file).parent_path());
-             TouchLockedPage();
-         }},
+void Prepare(const std::string& way, const std::filesystem::path& dumpFile) {
+    const std::map<std::string, std::function<void()>> ways{
+        {"main", [] {}},
+        {"thread", [] { std::thread(TouchLockedPage).join(); }},
+        {"overflow", [] { (void)RecurseForEver(0); }},
+        {"thread-overflow", [] { std::thread(RecurseForEver, 0).join(); }},
+        {"abort", GiveUp},
+        {"many-threads", [] { Park(200); }},
+        {"all-at-once", FaultInManyThreadsAtOnce},
+        {"no-ptrace", [] { RefuseBesideAnotherThread(SYS_ptrace, EPERM); }},
+        {"no-clone", [] { RefuseBesideAnotherThread(SYS_clone, EAGAIN); }},
+        {"no-descriptors", UseAllDescriptors},
+        {"no-space", LimitFiles},
+        {"fault-in-filter", [] { (void)SetUnhandledExceptionFilter(FaultAgain); }},
+        {"forked-child", Fork},
+        {"folder-gone", [&] { std::filesystem::remove_all(dumpFile.parent_path()); }},
     };
+    if (const auto found = ways.find(way); found != ways.end()) {
+        found->second();
+    } else {
+        (void)raise(std::stoi(way));
+    }
 }
 
 }  // namespace crash_child
 
-using namespace crash_child;
-
 int main(int argc, char** argv) {
-    const std::vector<std::string> arguments(argv, argv + argc);
-    const rlimit noCore{.rlim_cur = 0, .rlim_max = 0};
-    (void)setrlimit(RLIMIT_CORE, &noCore);
+    crash_child::Limit(RLIMIT_CORE, 0);
     (void)alarm(120);  // a hang ends as another signal than the one that is expected
     PinTextEncoding();
     const wxInitializer framework;
-    g_lockedPage = LockedPage();
-    const auto crumb = std::make_unique<Crumb>(Crumb{.number = 4711, .word = "breadcrumb"});
-    g_crumb = crumb.get();
-    ZelkaCore::InitCrashHandler(ZelkaCore::FromUtf8(arguments.at(1)),
-                                ZelkaCore::FromUtf8("z\u00fcndel"), argc > 3);
-    const std::string& way = arguments.at(2);
-    const auto ways = Ways();
-    if (const auto found = ways.find(way); found != ways.end()) {
-        found->second(arguments.at(1));
-    } else {
-        (void)raise(std::stoi(way));
-    }
+    crash_child::g_lockedPage = static_cast<volatile int*>(
+        mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ZelkaCore::InitCrashHandler(ZelkaCore::FromUtf8(argv[1]), ZelkaCore::FromUtf8("z\u00fcndel"),
+                                argc > 3);
+    crash_child::Prepare(argv[2], argv[1]);
+    crash_child::TouchLockedPage();
     return 0;
 }

@@ -2,33 +2,23 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-wxString Setting(const char* configured, std::optional<long> policy) {
-    return FipsSetting(configured, [policy] { return policy; });
-}
-
-TEST(FipsDecision, TheConfigurationGoesBeforeTheSystemWhichIsNotAskedThen) {
-    bool asked = false;
-    const auto policy = [&asked] {
-        asked = true;
-        return std::optional(1L);
+TEST(FipsDecision, EverySettingButNoneAndZeroTurnsItOnAndTheSystemIsAskedOnlyWithoutOne) {
+    using Policy = std::optional<long>;
+    const struct {
+        const char* configured;
+        Policy policy;
+        bool isOn;
+    } cases[] = {
+        {"0", 1, false}, {"1", 0, true},  {"no", 0, true}, {"00", 0, true},
+        {" 0", 0, true}, {"", {}, false}, {"", 0, false},  {"", -1, true},
     };
-    EXPECT_FALSE(IsFipsOn(FipsSetting("0", policy)));
-    EXPECT_TRUE(IsFipsOn(FipsSetting("1", policy)));
-    EXPECT_FALSE(asked);
-    EXPECT_TRUE(IsFipsOn(FipsSetting("", policy)));
-    EXPECT_TRUE(asked);
-}
-
-TEST(FipsDecision, EverySettingButNoneAndZeroTurnsItOn) {
-    for (const char* on : {"1", "yes", "no", "00", " 0", "false"}) {
-        EXPECT_TRUE(IsFipsOn(Setting(on, 0))) << on;
+    for (const auto& item : cases) {
+        bool isAsked = false;
+        const wxString setting = FipsSetting(item.configured, [&] {
+            isAsked = true;
+            return item.policy;
+        });
+        EXPECT_EQ(IsFipsOn(setting), item.isOn) << item.configured;
+        EXPECT_EQ(isAsked, *item.configured == '\0') << item.configured;
     }
-    EXPECT_FALSE(IsFipsOn(Setting("", std::nullopt)));
-    EXPECT_FALSE(IsFipsOn(Setting("", 0)));
-    EXPECT_EQ(Setting("", -1), "-1");
-    EXPECT_TRUE(IsFipsOn(Setting("", -1)));
 }
-
-}  // namespace

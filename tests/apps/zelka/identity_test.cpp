@@ -7,41 +7,35 @@
 
 namespace {
 
-TEST(BrandRule, TheExecutableDecidesAndTheNameFollowsIt) {
-    struct Case {
+TEST(BrandRule, TheBeginningOfTheExecutablesNameDecidesAndOnlyABrandsNameFollowsIt) {
+    const struct {
         const char *name, *stem, *expectedName, *expectedDisplay, *expectedEffective;
+    } cases[] = {
+        {"zelk_agent", "morv_agent2", "zelk_agent", "morv_agent", "morv_agent"},
+        {"other", "morv", "other", "other", "morv_agent"},
+        {"Morv", "Morv", "Morv", "Morv", "zelk_agent"},
     };
-    for (const Case& c : std::initializer_list<Case>{
-             {"morv_agent", "morv_agent", "zelk_agent", "morv_agent", "morv_agent"},
-             {"zelk_agent", "morv_agent2", "zelk_agent", "morv_agent", "morv_agent"},
-             {"other", "morv", "other", "other", "morv_agent"},
-             {"morv_agent", "zelk_agent", "morv_agent", "morv_agent", "zelk_agent"},
-             {"Morv", "Morv", "Morv", "Morv", "zelk_agent"}}) {
-        const Identity identity = ApplyBrandRule(c.name, c.stem);
-        EXPECT_EQ(identity.name, c.expectedName) << c.name << " under " << c.stem;
-        EXPECT_EQ(identity.displayName, c.expectedDisplay) << c.name << " under " << c.stem;
-        EXPECT_EQ(identity.effectiveName, c.expectedEffective) << c.name << " under " << c.stem;
+    for (const auto& item : cases) {
+        SCOPED_TRACE(item.stem);
+        const Identity identity = ApplyBrandRule(item.name, item.stem);
+        EXPECT_EQ(identity.name, item.expectedName);
+        EXPECT_EQ(identity.displayName, item.expectedDisplay);
+        EXPECT_EQ(identity.effectiveName, item.expectedEffective);
     }
 }
 
-TEST(PathTemplates, AreTheCrossProductWithListEntriesOutermost) {
-    EXPECT_EQ(ExpandPathTemplates("a/@.lua;b", "x,y"), "a/x.lua;a/y.lua;b;b");
-    EXPECT_EQ(ExpandPathTemplates("@@", "x"), "xx");
-    EXPECT_EQ(ExpandPathTemplates("a/@.lua;b", ""), "a/@.lua;b");
-    EXPECT_EQ(ExpandPathTemplates("", "x"), "");
-}
-
 TEST(MakerFolder, IsTheParentOnlyBelowTheMakersName) {
-    const auto maker = [](const char* bin) {
-        return MakerFolder(wxFileName::DirName(bin)).GetPath(wxPATH_GET_VOLUME);
-    };
-    EXPECT_EQ(maker("/opt/Orvane/Agent"), "/opt/Orvane");
-    EXPECT_EQ(maker("/Orvane/x/Agent"), "/Orvane/x");
-    EXPECT_EQ(maker("/opt/orvane/Agent"), "/opt/orvane/Agent");
-    EXPECT_EQ(maker("/Orvane"), "/Orvane");
+    for (const auto& [bin, maker] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"/opt/Orvane/Agent", "/opt/Orvane"},
+             {"/Orvane/x/Agent", "/Orvane/x"},
+             {"/opt/orvane/Agent", "/opt/orvane/Agent"},
+             {"/Orvane", "/Orvane"}}) {
+        EXPECT_EQ(MakerFolder(wxFileName::DirName(bin)).GetPath(wxPATH_GET_VOLUME), maker);
+    }
 }
 
-TEST(SemicolonList, HoldsNoEmptyEntries) {
+TEST(SearchPaths, TakeANameForEverySignAndHaveNoEmptyEntries) {
+    EXPECT_EQ(ExpandPathTemplates("@@;b", "x"), "xx;b");
     std::list<wxString> list{"first"};
     SplitSemicolonList(list, ";;a;;b;");
     SplitSemicolonList(list, "");

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <vector>
 
@@ -17,32 +16,32 @@
 
 namespace {
 
-// The ticks of those settings that are told, for a frame made at tick `last`.
-std::vector<std::uint32_t> Told(std::uint32_t last, const std::vector<std::uint32_t>& settings) {
-    std::vector<std::uint32_t> told;
-    for (const std::uint32_t now : settings) {
-        if (IsClockChangeTold(now, last)) {
-            last = now;
-            told.push_back(now);
-        }
-    }
-    return told;
-}
-
-TEST(ClockRule, ASettingIsToldTwoSecondsAfterTheLastOneThatWas) {
-    using Ticks = std::vector<std::uint32_t>;
-    EXPECT_EQ(Told(0, {0, 1999}), Ticks{});
-    EXPECT_EQ(Told(0, {2000, 3999, 4000}), (Ticks{2000, 4000}));
-    EXPECT_EQ(Told(0, {2000, 3000, 4000, 5000, 6000, 7000}), (Ticks{2000, 4000, 6000}));
-}
-
-TEST(ClockRule, HoldsWhereTheTickWrapsAround) {
-    constexpr std::uint32_t kNearEnd = std::numeric_limits<std::uint32_t>::max() - 999;
-    EXPECT_EQ(Told(kNearEnd, {999, 1000, 2999, 3000}), (std::vector<std::uint32_t>{1000, 3000}));
-}
-
 using testing::ElementsAre;
 using testing::StartsWith;
+
+TEST(ClockRule, ASettingIsToldTwoSecondsAfterTheLastOneThatWasAlsoWhereTheTickWrapsAround) {
+    constexpr std::uint32_t kNearEnd = 0xFFFFFFFF - 999;
+    const struct {
+        std::uint32_t begin;  // when the frame is made
+        std::vector<std::uint32_t> settings;
+        std::vector<std::uint32_t> told;
+    } cases[] = {
+        {0, {0, 1999}, {}},
+        {0, {2000, 3999, 4000, 5000, 6000, 7000}, {2000, 4000, 6000}},
+        {kNearEnd, {999, 1000, 2999, 3000}, {1000, 3000}},
+    };
+    for (const auto& item : cases) {
+        std::uint32_t last = item.begin;
+        std::vector<std::uint32_t> told;
+        for (const std::uint32_t now : item.settings) {
+            if (IsClockChangeTold(now, last)) {
+                last = now;
+                told.push_back(now);
+            }
+        }
+        EXPECT_EQ(told, item.told) << item.begin;
+    }
+}
 
 // The socket of the armed notification; -1 if there is none.
 int NotificationSocket() {
@@ -60,69 +59,51 @@ int NotificationSocket() {
 void BreakNotification() {
     const ScopedFd other(open("/dev/null", O_RDONLY | O_CLOEXEC));
     ASSERT_GE(dup3(other.Get(), NotificationSocket(), O_CLOEXEC), 0);
+    ASSERT_EQ(NotificationSocket(), -1);
 }
 
-// While it lives the process opens no further descriptor.
-class NoDescriptors {
-  public:
-    NoDescriptors() {
-        (void)getrlimit(RLIMIT_NOFILE, &m_before);
-        const rlimit none{0, m_before.rlim_max};
-        (void)setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoDescriptors() { (void)setrlimit(RLIMIT_NOFILE, &m_before); }
-    NoDescriptors(const NoDescriptors&) = delete;
-    NoDescriptors& operator=(const NoDescriptors&) = delete;
+void Tick(CAgentFrame& frame) {
+    wxTimerEvent event(frame.Timer());
+    (void)frame.ProcessEvent(event);
+}
 
-  private:
-    rlimit m_before{};
-};
-
-class Frame : public testing::Test {
-  protected:
-    void Tick() {
-        wxTimerEvent event(m_frame->Timer());
-        (void)m_frame->ProcessEvent(event);
-    }
-
-    const CapturedLog m_log;
-    std::unique_ptr<CAgentFrame> m_frame = std::make_unique<CAgentFrame>(nullptr, "test");
-};
-
-TEST_F(Frame, ArmsTheNotificationWithTheFirstTickAndGivesItUpInTheEnd) {
+TEST(Frame, ArmsTheNotificationWithTheFirstTickAndGivesItUpInTheEnd) {
+    const CapturedLog log;
+    auto frame = std::make_unique<CAgentFrame>(nullptr, "test");
     EXPECT_EQ(NotificationSocket(), -1);
-    Tick();
+    Tick(*frame);
     const int armed = NotificationSocket();
     EXPECT_NE(armed, -1);
-    Tick();
+    Tick(*frame);
     EXPECT_EQ(NotificationSocket(), armed);
-    m_frame.reset();
+    frame.reset();
     EXPECT_EQ(NotificationSocket(), -1);
-    EXPECT_THAT(m_log.Lines(), ElementsAre());
+    EXPECT_THAT(log.Lines(), ElementsAre());
 }
 
-TEST_F(Frame, ANotificationThatCannotBeAskedIsToldAndArmedAgainInTheSameTick) {
-    Tick();
+TEST(Frame, ANotificationThatCannotBeAskedIsToldAndArmedAgainWithTheFirstTickThatCan) {
+    const CapturedLog log;
+    CAgentFrame frame(nullptr, "test");
+    Tick(frame);
     BreakNotification();
-    EXPECT_EQ(NotificationSocket(), -1);
-    Tick();
+    Tick(frame);
     EXPECT_NE(NotificationSocket(), -1);
-    EXPECT_THAT(m_log.Lines(), ElementsAre(StartsWith("GetOverlappedResult() (error 88")));
-}
 
-TEST_F(Frame, ArmingIsTriedWithEachTickAndToldWhenItFails) {
-    Tick();
     BreakNotification();
-    {
-        const NoDescriptors limit;
-        Tick();
-        Tick();
-    }
-    EXPECT_THAT(m_log.Lines(), ElementsAre(StartsWith("GetOverlappedResult() (error 88"),
-                                           StartsWith("NotifyAddrChange() (error 24"),
-                                           StartsWith("NotifyAddrChange() (error 24")));
-    Tick();
+    rlimit descriptors{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+    const rlimit none{0, descriptors.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    Tick(frame);
+    Tick(frame);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+    EXPECT_EQ(NotificationSocket(), -1);
+    Tick(frame);
     EXPECT_NE(NotificationSocket(), -1);
+    EXPECT_THAT(log.Lines(), ElementsAre(StartsWith("GetOverlappedResult() (error 88"),
+                                         StartsWith("GetOverlappedResult() (error 88"),
+                                         StartsWith("NotifyAddrChange() (error 24"),
+                                         StartsWith("NotifyAddrChange() (error 24")));
 }
 
 }  // namespace

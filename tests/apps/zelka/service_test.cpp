@@ -152,22 +152,12 @@ TEST(Service, AStopWhileItStartsIsHeldBackUntilItRunsAndLeadsThroughShutdown) {
 }
 
 TEST(Service, AFailedInitOrMainEndsItWithoutShutdownAndWithThatCodeIfTheEnvironmentAsksForIt) {
-    constexpr const char* kFailingInit = "function app.init() return 5 end";
-    const std::string failed = "STATUS=stopped (exit code 5)\nERRNO=5";
-    const struct {
-        const char* function;
-        const char* environment;
-        std::vector<std::string> reports;
-    } cases[] = {
-        {kFailingInit, "", {kInit, failed, "exit status 5"}},
-        {kFailingInit, "ZELKA_SERVICE_EXIT_STATUS=0", {kInit, failed, kGone}},
-        {"function app.main() return 5 end", "", {kInit, kRunning, failed, "exit status 5"}},
-    };
-    for (const auto& item : cases) {
-        ServiceProcess service(item.function, item.environment);
-        EXPECT_EQ(service.ReportsToTheEnd(), item.reports) << item.function;
-        EXPECT_EQ(service.Marks(), "") << item.function;
-    }
+    constexpr const char* kFailed = "STATUS=stopped (exit code 5)\nERRNO=5";
+    ServiceProcess init("function app.init() return 5 end");
+    EXPECT_THAT(init.ReportsToTheEnd(), ElementsAre(kInit, kFailed, "exit status 5"));
+    ServiceProcess main("function app.main() return 5 end", "ZELKA_SERVICE_EXIT_STATUS=0");
+    EXPECT_THAT(main.ReportsToTheEnd(), ElementsAre(kInit, kRunning, kFailed, kGone));
+    EXPECT_EQ(init.Marks() + main.Marks(), "");
 }
 
 TEST(Service, AStopDuringMainIsToldAtOnceEvenInsideNativeCodeAndShutdownsResultCounts) {

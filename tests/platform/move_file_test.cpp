@@ -20,49 +20,55 @@ std::wstring Wide(const fs::path& path) {
     return ZelkaCore::FromUtf8(path.string()).ToStdWstring();
 }
 
-bool Move(const fs::path& from, const fs::path& to) {
-    return MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING);
-}
-
-bool DeleteAtRestart(const fs::path& path) {
-    return MoveFileExW(Wide(path).c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+// What keeps a file from being moved, or without `to` from being deleted at the next restart; 0 if
+// nothing does.
+DWORD Move(const fs::path& from, const fs::path& to, DWORD flags) {
+    const std::wstring target = Wide(to);
+    const bool done =
+        MoveFileExW(Wide(from).c_str(), target.empty() ? nullptr : target.c_str(), flags);
+    return done ? 0 : GetLastError();
 }
 
 TEST(MoveFile, ReplacesAFileOnlyIfAskedToAndSaysWhyItCannot) {
     const ScratchFolder folder;
     const fs::path from = folder.Write("Schlüssel 1", "new");
     const fs::path to = folder.Write("to", "old");
-    EXPECT_FALSE(MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), 0));
-    EXPECT_EQ(GetLastError(), DWORD{EEXIST});
-    EXPECT_TRUE(Move(from, to));
-    EXPECT_EQ(ReadFile(to), "new");
-    EXPECT_FALSE(Move(from, to));
-    EXPECT_EQ(GetLastError(), DWORD{ENOENT});
-    fs::create_directories(folder.Path() / "taken/by");
-    EXPECT_FALSE(Move(to, folder.Path() / "taken"));
-    EXPECT_EQ(GetLastError(), DWORD{EISDIR});
+    EXPECT_EQ(Move(from, to, 0), DWORD{EEXIST});
+    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), 0U);
+    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), DWORD{ENOENT});
+    (void)folder.Write("taken/by", "");
+    EXPECT_EQ(Move(to, folder.Path() / "taken", MOVEFILE_REPLACE_EXISTING), DWORD{EISDIR});
     for (const DWORD flags : {0U, 2U, MOVEFILE_DELAY_UNTIL_REBOOT + MOVEFILE_REPLACE_EXISTING}) {
-        EXPECT_FALSE(MoveFileExW(Wide(to).c_str(), nullptr, flags));
-        EXPECT_EQ(GetLastError(), DWORD{EINVAL});
+        EXPECT_EQ(Move(to, {}, flags), DWORD{EINVAL});
     }
     EXPECT_EQ(ReadFile(to), "new");
 }
 
-TEST(PendingDeletes, GoInTheNextBootAndNotInThisOne) {
+TEST(PendingDeletes, AreMadeOfFilesAndGoInTheNextBootAndNotInThisOne) {
     const ScratchFolder folder;
+    const auto deleteAtRestart = [&folder](const char* name) {
+        return Move(folder.Path() / name, {}, MOVEFILE_DELAY_UNTIL_REBOOT);
+    };
     const fs::path list = folder.Path() / ".pending-deletes";
-    const fs::path first = folder.Write("tarvok.exe.old", "");
-    const fs::path second = folder.Write("Schlüssel 1.old", "");
-    for (const fs::path& path : {first, second, first}) {
-        ASSERT_TRUE(DeleteAtRestart(path));
+    for (const char* name : {"tarvok.exe.old", "Schlüssel 1.old", "tarvok.exe.old"}) {
+        (void)folder.Write(name, "");
+        EXPECT_EQ(deleteAtRestart(name), 0U);
     }
+    (void)folder.Write("two\nlines", "");
+    EXPECT_EQ(deleteAtRestart("two\nlines"), DWORD{EINVAL});
+    EXPECT_EQ(deleteAtRestart("."), DWORD{EINVAL});
+    EXPECT_EQ(deleteAtRestart("gone"), DWORD{ENOENT});
+    fs::remove(folder.Path() / "two\nlines");
+
     const std::string boot = CurrentBootId();
-    EXPECT_EQ(ReadFile(list), boot + " Schlüssel 1.old\n" + boot + " tarvok.exe.old\n");
-    EXPECT_THAT(DeletePendingFiles(folder.Path().string(), boot), IsEmpty());
-    EXPECT_TRUE(fs::exists(first) && fs::exists(second) && fs::exists(list));
-    EXPECT_THAT(DeletePendingFiles(folder.Path().string(), "the-next-boot"), IsEmpty());
+    const std::string listed = boot + " Schlüssel 1.old\n" + boot + " tarvok.exe.old\n";
+    EXPECT_EQ(ReadFile(list), listed);
+    for (const std::string& now : std::initializer_list<std::string>{boot, "the-next-boot", ""}) {
+        EXPECT_THAT(DeletePendingFiles(folder.Path().string(), now), IsEmpty());
+        EXPECT_EQ(ReadFile(list), now == boot ? listed : "");
+        EXPECT_EQ(fs::exists(folder.Path() / "tarvok.exe.old"), now == boot);
+    }
     EXPECT_TRUE(fs::is_empty(folder.Path()));
-    EXPECT_THAT(DeletePendingFiles(folder.Path().string(), ""), IsEmpty());
 }
 
 TEST(PendingDeletes, OfAnyContentDeleteNothingOutsideOfTheFolder) {
@@ -82,17 +88,6 @@ TEST(PendingDeletes, OfAnyContentDeleteNothingOutsideOfTheFolder) {
     EXPECT_TRUE(fs::exists(outside) && fs::exists(inside / "folder/file"));
     EXPECT_FALSE(fs::exists(inside / "file"));
     EXPECT_EQ(ReadFile(inside / ".pending-deletes"), "old folder\nnow kept\n");
-}
-
-TEST(PendingDeletes, AreNotMadeOfWhatCannotBeListed) {
-    const ScratchFolder folder;
-    EXPECT_FALSE(DeleteAtRestart(folder.Path() / "gone"));
-    EXPECT_EQ(GetLastError(), DWORD{ENOENT});
-    for (const fs::path& path : {folder.Path(), folder.Write("two\nlines", "")}) {
-        EXPECT_FALSE(DeleteAtRestart(path));
-        EXPECT_EQ(GetLastError(), DWORD{EINVAL});
-    }
-    EXPECT_FALSE(fs::exists(folder.Path() / ".pending-deletes"));
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ TEST_F(AddressChange, OfAnyKindAndNumberFiresTheNotificationOnceAndOneOfALinkDoe
         Change(change);
         // A new address of version 6 is announced by the system's worker, after `ip` has ended.
         pollfd announced{.fd = fd, .events = POLLIN, .revents = 0};
-        EXPECT_EQ(poll(&announced, 1, 60'000), 1);
+        ASSERT_EQ(poll(&announced, 1, 60'000), 1);
         EXPECT_EQ(Ask(), 0U);
         EXPECT_EQ(Ask(), DWORD{EINVAL}) << "fired and not armed again";
     }

@@ -18,18 +18,19 @@ class NotifySocket {
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         (void)Path().copy(address.sun_path, sizeof address.sun_path - 1);
         // NOLINTNEXTLINE(*-reinterpret-cast): as the interface of sockets wants it
-        if (bind(Fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        if (bind(m_fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             throw std::runtime_error("no socket at " + Path());
         }
+        const timeval patience{.tv_sec = 60, .tv_usec = 0};
+        (void)setsockopt(m_fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
 
     [[nodiscard]] std::string Path() const { return (m_folder.Path() / "notify").string(); }
-    [[nodiscard]] int Fd() const { return m_socket.Get(); }
 
-    // The next message that has arrived; nothing if there is none.
-    [[nodiscard]] std::optional<std::string> Received() const {
+    // The next message; nothing if none comes for long or, with MSG_DONTWAIT, if there is none.
+    [[nodiscard]] std::optional<std::string> Receive(int flags = 0) const {
         std::array<char, 4096> text{};
-        const ssize_t size = recv(Fd(), text.data(), text.size(), 0);
+        const ssize_t size = recv(m_fd.Get(), text.data(), text.size(), flags);
         if (size < 0) {
             return std::nullopt;
         }
@@ -38,5 +39,5 @@ class NotifySocket {
 
   private:
     const ScratchFolder m_folder;
-    const ScopedFd m_socket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+    const ScopedFd m_fd{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };

@@ -16,11 +16,11 @@ TEST(ServiceProgress, ShowsOneLineAndAsksForPatienceOnceForManyCallsInARow) {
     ExtendServiceTimeout();
     ExtendServiceTimeout();
     ASSERT_EQ(unsetenv("NOTIFY_SOCKET"), 0);
-    EXPECT_EQ(manager.Received(),
+    EXPECT_EQ(manager.Receive(MSG_DONTWAIT),
               "STATUS=installing 3 of 12: Feature-RELAY-1.0 READY=1\n"
               "EXTEND_TIMEOUT_USEC=300000000");
-    EXPECT_EQ(manager.Received(), "EXTEND_TIMEOUT_USEC=300000000");
-    EXPECT_EQ(manager.Received(), std::nullopt);
+    EXPECT_EQ(manager.Receive(MSG_DONTWAIT), "EXTEND_TIMEOUT_USEC=300000000");
+    EXPECT_EQ(manager.Receive(MSG_DONTWAIT), std::nullopt);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "apps/zelka/script/dom_binding.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -58,19 +57,6 @@ TEST_F(DomBindingTest, CollectingLeavesTheStoreAloneUnlessTheUserdataOwnsIt) {
         lua_gc(L, LUA_GCCOLLECT, 0);
         EXPECT_EQ(isDestroyed, isOwned);
     }
-}
-
-TEST_F(DomBindingTest, MembersCannotBeAddedOnceTheClassIsDefined) {
-    PushDom(L, dom.get());
-    lua_pushcfunction(L, [](lua_State* state) {
-        luaL_getmetatable(state, ZelkaCore::kDomClass);
-        const SLB3::Namespace members(state, ZelkaCore::kDomClass);
-        SLB3::internal::AddMember(state, members, lua_gettop(state), "Late", nullptr);
-        return 0;
-    });
-    EXPECT_EQ(lua_pcall(L, 0, 0, 0), LUA_ERRRUN);
-    EXPECT_THAT(lua_tostring(L, -1),
-                testing::HasSubstr("'Late' added outside its class's definition"));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,11 +8,9 @@
 #include <chrono>
 #include <csignal>
 #include <random>
-#include <stdexcept>
 #include <thread>
 
 #include "apps/zelka/zelka.h"
-#include "platform/pidfd.h"
 #include "tests/platform/notify_socket.h"
 #include "tests/support/captured_log.h"
 
@@ -64,10 +62,10 @@ class ServiceProcess {
             " --trace Srvc";
         m_pid = fork();
         if (m_pid == 0) {
+            (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
             (void)execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
             _exit(127);
         }
-        m_process.Reset(pidfd_open(m_pid, 0));
     }
     ~ServiceProcess() {
         if (m_pid != 0) {
@@ -78,29 +76,16 @@ class ServiceProcess {
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-    // The next report, waited for; nothing if none comes for long or the process ends.
-    std::optional<std::string> Report() {
-        constexpr int kLongMs = 60'000;
-        std::optional<std::string> report = m_socket.Received();
-        if (!report) {
-            std::array<pollfd, 2> fds{pollfd{m_socket.Fd(), POLLIN, 0},
-                                      pollfd{m_process.Get(), POLLIN, 0}};
-            (void)poll(fds.data(), fds.size(), kLongMs);
-            report = m_socket.Received();
-        }
-        return report;
-    }
+    [[nodiscard]] std::optional<std::string> Report() const { return m_socket.Receive(); }
     // All reports up to the end of the process, and how it ended.
     std::vector<std::string> ReportsToTheEnd() {
+        int status = 0;
+        (void)waitpid(m_pid, &status, 0);
+        m_pid = 0;
         std::vector<std::string> reports;
-        while (const auto report = Report()) {
+        while (const auto report = m_socket.Receive(MSG_DONTWAIT)) {
             reports.push_back(*report);
         }
-        int status = 0;
-        if (waitpid(m_pid, &status, WNOHANG) != m_pid) {
-            throw std::runtime_error("the service does not end");
-        }
-        m_pid = 0;
         reports.push_back(WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
                                             : "signal " + std::to_string(WTERMSIG(status)));
         return reports;
@@ -109,12 +94,12 @@ class ServiceProcess {
     void Signal(int signal) const { (void)kill(m_pid, signal); }
     void Control(int code) const { (void)sigqueue(m_pid, SIGRTMIN, sigval{.sival_int = code}); }
     // The answer to an interrogation: everything sent before is handled by then.
-    std::optional<std::string> Interrogate() {
+    [[nodiscard]] std::optional<std::string> Interrogate() const {
         Control(kInterrogate);
         return Report();
     }
     // Asks until the script has left a mark, for as long as `answer` is what comes back.
-    void AwaitMark(const char* answer) {
+    void AwaitMark(const char* answer) const {
         while (Marks().empty() && Interrogate() == answer) {
         }
     }
@@ -126,11 +111,10 @@ class ServiceProcess {
   private:
     const ScratchFolder m_folder;
     const NotifySocket m_socket;
-    ScopedFd m_process;
     pid_t m_pid = 0;
 };
 
-void ExpectStart(ServiceProcess& service) {
+void ExpectStart(const ServiceProcess& service) {
     EXPECT_EQ(service.Report(), kInit);
     EXPECT_EQ(service.Report(), kRunning);
 }

@@ -45,48 +45,37 @@ void BreakNotification() {
     ASSERT_EQ(NotificationSocket(), -1);
 }
 
-void Tick(CAgentFrame& frame) {
-    wxTimerEvent event(frame.Timer());
-    (void)frame.ProcessEvent(event);
-}
-
-TEST(Frame, ArmsTheNotificationWithTheFirstTickAndGivesItUpInTheEnd) {
+TEST(Frame, ArmsTheNotificationWithTheFirstTickThatCanAndTellsWhenItCannotBeAsked) {
     const CapturedLog log;
     auto frame = std::make_unique<CAgentFrame>(nullptr, "test");
+    const auto tick = [&frame] {
+        wxTimerEvent event(frame->Timer());
+        (void)frame->ProcessEvent(event);
+        return NotificationSocket();
+    };
     EXPECT_EQ(NotificationSocket(), -1);
-    Tick(*frame);
-    const int armed = NotificationSocket();
+    const int armed = tick();
     EXPECT_NE(armed, -1);
-    Tick(*frame);
-    EXPECT_EQ(NotificationSocket(), armed);
-    frame.reset();
-    EXPECT_EQ(NotificationSocket(), -1);
+    EXPECT_EQ(tick(), armed);
     EXPECT_THAT(log.Lines(), ElementsAre());
-}
-
-TEST(Frame, ANotificationThatCannotBeAskedIsToldAndArmedAgainWithTheFirstTickThatCan) {
-    const CapturedLog log;
-    CAgentFrame frame(nullptr, "test");
-    Tick(frame);
     BreakNotification();
-    Tick(frame);
-    EXPECT_NE(NotificationSocket(), -1);
+    EXPECT_NE(tick(), -1);
 
     BreakNotification();
     rlimit descriptors{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
     const rlimit none{0, descriptors.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    Tick(frame);
-    Tick(frame);
+    EXPECT_EQ(tick(), -1);
+    EXPECT_EQ(tick(), -1);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
-    EXPECT_EQ(NotificationSocket(), -1);
-    Tick(frame);
-    EXPECT_NE(NotificationSocket(), -1);
+    EXPECT_NE(tick(), -1);
     EXPECT_THAT(log.Lines(), ElementsAre(StartsWith("GetOverlappedResult() (error 88"),
                                          StartsWith("GetOverlappedResult() (error 88"),
                                          StartsWith("NotifyAddrChange() (error 24"),
                                          StartsWith("NotifyAddrChange() (error 24")));
+    frame.reset();
+    EXPECT_EQ(NotificationSocket(), -1);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <array>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "platform/scoped_fd.h"
@@ -18,9 +18,7 @@ class NotifySocket {
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         (void)Path().copy(address.sun_path, sizeof address.sun_path - 1);
         // NOLINTNEXTLINE(*-reinterpret-cast): as the interface of sockets wants it
-        if (bind(m_fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            throw std::runtime_error("no socket at " + Path());
-        }
+        EXPECT_EQ(bind(m_fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         const timeval patience{.tv_sec = 60, .tv_usec = 0};
         (void)setsockopt(m_fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }

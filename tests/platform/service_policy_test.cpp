@@ -8,44 +8,40 @@ constexpr DWORD kAll = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN;
 
 SERVICE_STATUS Last(DWORD state, DWORD accepted) {
     SERVICE_STATUS status = {};
-    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
     status.dwCurrentState = state;
     status.dwControlsAccepted = accepted;
     return status;
 }
 
-TEST(ServicePolicy, AStopWaitsForTheStartAndIsRefusedByAHardenedService) {
+TEST(ServicePolicy, AStopWaitsForTheStartAndIsRefusedByAHardenedServiceWhichAlwaysAnswers) {
+    using enum ControlFate;
     const struct {
         DWORD state;
         DWORD accepted;
         ControlFate stop;
         ControlFate shutdown;
+        ControlFate question;  // an interrogation or a dump
+        ControlFate other;
     } cases[] = {
-        {0, 0, ControlFate::kHold, ControlFate::kHold},
-        {SERVICE_START_PENDING, 0, ControlFate::kHold, ControlFate::kHold},
-        {SERVICE_RUNNING, kAll, ControlFate::kDeliver, ControlFate::kDeliver},
-        {SERVICE_RUNNING, SERVICE_ACCEPT_SHUTDOWN, ControlFate::kRefuse, ControlFate::kDeliver},
-        {SERVICE_RUNNING, 0, ControlFate::kRefuse, ControlFate::kRefuse},
-        {SERVICE_STOP_PENDING, kAll, ControlFate::kDrop, ControlFate::kDeliver},
-        {SERVICE_STOPPED, kAll, ControlFate::kDrop, ControlFate::kDrop},
+        {0, 0, kHold, kHold, kDrop, kDrop},
+        {SERVICE_START_PENDING, 0, kHold, kHold, kDeliver, kDrop},
+        {SERVICE_RUNNING, kAll, kDeliver, kDeliver, kDeliver, kDeliver},
+        {SERVICE_RUNNING, SERVICE_ACCEPT_SHUTDOWN, kRefuse, kDeliver, kDeliver, kDeliver},
+        {SERVICE_RUNNING, 0, kRefuse, kRefuse, kDeliver, kDeliver},
+        {SERVICE_STOP_PENDING, kAll, kDrop, kDeliver, kDeliver, kDeliver},
+        {SERVICE_STOPPED, kAll, kDrop, kDrop, kDrop, kDrop},
     };
     for (const auto& item : cases) {
+        SCOPED_TRACE(item.state);
         const SERVICE_STATUS last = Last(item.state, item.accepted);
-        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_STOP, last), item.stop) << item.state;
-        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_SHUTDOWN, last), item.shutdown) << item.state;
-    }
-}
-
-TEST(ServicePolicy, InterrogateAndDumpsPassWhileStartingAndOtherControlsDoNot) {
-    const SERVICE_STATUS starting = Last(SERVICE_START_PENDING, 0);
-    const SERVICE_STATUS running = Last(SERVICE_RUNNING, kAll);
-    for (const DWORD control : {4U, 128U, 129U, 130U}) {
-        EXPECT_EQ(JudgeControl(control, starting), ControlFate::kDeliver) << control;
-        EXPECT_EQ(JudgeControl(control, Last(0, 0)), ControlFate::kDrop) << control;
-    }
-    for (const DWORD control : {0U, 2U, 11U, 127U, 131U, 255U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(JudgeControl(control, starting), ControlFate::kDrop) << control;
-        EXPECT_EQ(JudgeControl(control, running), ControlFate::kDeliver) << control;
+        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_STOP, last), item.stop);
+        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_SHUTDOWN, last), item.shutdown);
+        for (const DWORD control : {4U, 128U, 129U, 130U}) {
+            EXPECT_EQ(JudgeControl(control, last), item.question) << control;
+        }
+        for (const DWORD control : {0U, 2U, 11U, 127U, 131U, 255U, 0xFFFFFFFFU}) {
+            EXPECT_EQ(JudgeControl(control, last), item.other) << control;
+        }
     }
 }
 

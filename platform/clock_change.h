@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <system_error>
 
 // The message that tells a frame that the system clock was set.
 inline constexpr unsigned WM_TIMECHANGE = 30;
@@ -12,8 +13,9 @@ inline constexpr unsigned WM_TIMECHANGE = 30;
 class ClockChangeWatch {
   public:
     // Begins to watch. `onChange` is called by the main loop, once for settings that come in quick
-    // succession; it throws nothing. Null on failure, with the reason in GetLastError().
-    static std::unique_ptr<ClockChangeWatch> Begin(std::function<void()> onChange);
+    // succession; it throws nothing.
+    [[nodiscard]] static std::error_code Begin(std::function<void()> onChange,
+                                               std::unique_ptr<ClockChangeWatch>& watch);
 
     virtual ~ClockChangeWatch() = default;
     ClockChangeWatch(const ClockChangeWatch&) = delete;

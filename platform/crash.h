@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <system_error>
 
 // Faults that would end the process, and the dump that tells of them afterwards.
 
@@ -35,10 +36,10 @@ struct CrashDumpSettings {
 
 // Makes ready for WriteCrashDump: the file's folder, made with mode 0700 if it is missing (as are
 // those above it), and all the memory that writing takes. Not to be called while a filter that
-// writes dumps is in force. False with the code in GetLastError if no dump could be written:
-// EINVAL for a path that is not absolute, ENAMETOOLONG, or why the folder cannot be made or written
-// to; settings made before then stay.
-bool PrepareCrashDump(const CrashDumpSettings& settings);
+// writes dumps is in force. An error if no dump could be written: EINVAL for a path that is not
+// absolute, ENAMETOOLONG, or why the folder cannot be made or written to; settings made before then
+// stay.
+[[nodiscard]] std::error_code PrepareCrashDump(const CrashDumpSettings& settings);
 
 // Writes the dump of a fault to the prepared file, mode 0600, replacing an older one; safe in a
 // signal handler. It holds every thread's registers and the innermost 256 KiB of its stack at most,

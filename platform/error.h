@@ -26,13 +26,3 @@ std::error_code make_error_code(PlatformError error);
 
 // The value of `errno`, as the last call of the C library left it.
 std::error_code LastSystemError();
-
-inline constexpr DWORD WAIT_TIMEOUT = 258;
-inline constexpr DWORD ERROR_IO_INCOMPLETE = 996;
-inline constexpr DWORD ERROR_IO_PENDING = 997;
-inline constexpr DWORD ERROR_FAILED_SERVICE_CONTROLLER_CONNECT = 1063;
-
-// The code that the last failed operation of this layer left on the calling thread; 0 before any.
-// A success leaves it alone.
-DWORD GetLastError();
-void SetLastError(DWORD code);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+#include <system_error>
 
 #include "platform/error.h"
 
@@ -12,30 +14,26 @@ using HANDLE = std::intptr_t;
 
 inline constexpr HANDLE INVALID_HANDLE_VALUE = -1;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;  // a time-out, in milliseconds: wait without limit
-inline constexpr DWORD WAIT_OBJECT_0 = 0;
-inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
-inline constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
+inline constexpr DWORD WAIT_OBJECT_0 = 0;      // plus the index of the event that was signalled
+inline constexpr DWORD WAIT_TIMEOUT = 258;
+inline constexpr std::size_t MAXIMUM_WAIT_OBJECTS = 64;
 
 // A new event, not inherited by child processes. One with manual reset stays signalled until
 // ResetEvent; one with automatic reset wakes a single waiter and is unsignalled by that.
-// Neither attributes nor names exist here: both pointers must be null.
-// Returns 0 on failure: EINVAL for a pointer that is not null, otherwise what the system said.
-HANDLE CreateEventW(const void* attributes, bool manualReset, bool initiallySignalled,
-                    const wchar_t* name);
+[[nodiscard]] std::error_code CreateEventW(bool manualReset, bool initiallySignalled,
+                                           HANDLE& event);
 
-// False with EBADF if the handle is not that of an open event.
-bool SetEvent(HANDLE event);
-bool ResetEvent(HANDLE event);
+// EBADF if the handle is not that of an open event.
+[[nodiscard]] std::error_code SetEvent(HANDLE event);
+[[nodiscard]] std::error_code ResetEvent(HANDLE event);
+[[nodiscard]] std::error_code CloseHandle(HANDLE handle);
 
-// Waits until one of `count` events (1 to MAXIMUM_WAIT_OBJECTS) is signalled, for `timeoutMs`
-// milliseconds at most. Returns WAIT_OBJECT_0 plus the index of the first signalled handle in the
-// array, WAIT_TIMEOUT, or WAIT_FAILED: EBADF for a handle that is not open, EINVAL for a bad count
-// or for `waitAll`, which is not offered. An event closed meanwhile stays waitable until this
-// returns.
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, bool waitAll, DWORD timeoutMs);
-
-// Closes an event. False with EBADF if the handle is not open.
-bool CloseHandle(HANDLE handle);
+// Waits until one of the events (1 to MAXIMUM_WAIT_OBJECTS) is signalled, for `timeoutMs`
+// milliseconds at most. `answer` is WAIT_OBJECT_0 plus the index of the first signalled one, or
+// WAIT_TIMEOUT. EBADF for a handle that is not open, EINVAL for a bad count. An event closed
+// meanwhile stays waitable until this returns.
+[[nodiscard]] std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles,
+                                                     DWORD timeoutMs, DWORD& answer);
 
 // Owns an event handle and closes it. 0 and INVALID_HANDLE_VALUE own nothing.
 class ScopedHandle {

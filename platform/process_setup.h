@@ -1,49 +1,27 @@
 #pragma once
 
-#include <cstddef>
+#include <string>
+#include <system_error>
 
-#include "platform/events.h"
+// One-time settings of the process, made before a second thread exists.
+//
+// What other systems have to be told, and this one does by itself, has no operation here:
+//
+//     library search     the folder `lib` beside the program is in the run path that the linker
+//                        wrote into it; the current folder is never searched
+//     damaged heap       the C library ends the process when it finds its heap damaged
+//     abort()            prints nothing of its own; whether a core is written stays the operator's
+//                        choice (`ulimit -c`, systemd-coredump)
+//     component objects  there are none to set up
+//     sockets            need no library to be loaded
 
-// One-time settings of the process, made before a second thread exists. Where Linux has no such
-// setting because it never behaves otherwise, the operation says so and does nothing.
-
-inline constexpr DWORD SEM_FAILCRITICALERRORS = 0x0001;
-inline constexpr DWORD SEM_NOGPFAULTERRORBOX = 0x0002;
-inline constexpr DWORD SEM_NOOPENFILEERRORBOX = 0x8000;
-inline constexpr int HeapEnableTerminationOnCorruption = 1;
-inline constexpr DWORD COINIT_MULTITHREADED = 0;
-
-// Writes the path of the running program, links resolved, into `buffer` (room for `size` characters
-// with the terminating null) and returns its length. 0 on failure: ENAMETOOLONG if the room does
-// not do, EILSEQ if the path is not valid UTF-8, otherwise what the system said; the buffer then
-// holds the empty string. `module` must be null.
-DWORD GetModuleFileNameW(const void* module, wchar_t* buffer, DWORD size);
-
-// Shared libraries come from the folder `lib` beside the program through the run path that the
-// linker wrote into it, and never from the current folder: nothing is left to set. Always true.
-bool SetDllDirectoryW(const wchar_t* folder);
+// The path of the running program in UTF-8, links resolved. EILSEQ if it is not UTF-8.
+[[nodiscard]] std::error_code GetModuleFileNameW(std::string& path);
 
 // No dialog ever stands between a failure and the program. What kills a Linux process unasked in
-// their place is SIGPIPE: any non-zero mode makes writing to a closed pipe an error (EPIPE)
-// instead. Programs started from here get the signal's default back. Returns the previous mode.
-DWORD SetErrorMode(DWORD mode);
-
-// abort() prints nothing of its own here, and whether a core is written stays the operator's choice
-// (`ulimit -c`, systemd-coredump). Returns 0, the previous setting.
-// NOLINTNEXTLINE(*-reserved-identifier,cert-dcl*): the name it has everywhere
-unsigned _set_abort_behavior(unsigned flags, unsigned mask);
-
-// The C library ends the process by itself when it finds its heap damaged. Always true.
-bool HeapSetInformation(HANDLE heap, int informationClass, const void* information,
-                        std::size_t length);
-
-// There are no component objects to set up. Always 0.
-int CoInitializeEx(const void* reserved, DWORD model);
-void CoUninitialize();
-
-// Sockets need no library to be loaded. Always 0.
-int WSAStartup(unsigned version);
-int WSACleanup();
+// its place are SIGPIPE and SIGXFSZ: from here on writing to a closed pipe, and beyond the limit of
+// a file's size, is an error. Programs started from here get the signals' defaults back.
+void SetErrorMode();
 
 // Opens the null device on every standard descriptor that is closed, so that no file opened later
 // takes its place and gets what is meant for standard output. First of all in the process.

@@ -3,11 +3,16 @@
 #include <wx/string.h>
 
 #include <cstddef>
+#include <string>
 
-// The registry, kept in one UTF-8 text file: $ZELKA_REGISTRY, or /etc/zelka/registry.ini.
+// The file that holds the registry, from here on. Without one the registry is empty. Before a
+// second thread exists.
+void UseRegistryFile(const std::string& path);
+
+// The registry, kept in the one UTF-8 text file that UseRegistryFile names.
 //
 //     ; a comment, as is a line that begins with #
-//     [HKEY_LOCAL_MACHINE\Software\Orvane\Zelk Agent]
+//     [HKEY_LOCAL_MACHINE\Software\Maker\Product]
 //     Self Protect=1
 //     @=the key's default value
 //
@@ -37,7 +42,7 @@ class wxRegKey {
 
     // No key; it does not exist and has nothing.
     wxRegKey() = default;
-    // From a path that begins with the long or short name of a root: `HKLM\SOFTWARE\Orvane`. Any
+    // From a path that begins with the long or short name of a root: `HKLM\SOFTWARE\Maker`. Any
     // other path gives no key.
     explicit wxRegKey(const wxString& path) { SetName(path); }
     wxRegKey(StdKey root, const wxString& name) { SetName(root, name); }

@@ -27,8 +27,10 @@ class TreeWriter {
     TreeWriter(const TreeWriter&) = delete;
     TreeWriter& operator=(const TreeWriter&) = delete;
 
-    // Comes before everything else. The folder has to exist.
-    [[nodiscard]] std::error_code Open(const std::string& folder);
+    // Comes before everything else. The folder has to exist. The names of temporary files begin
+    // with `temporaryPrefix`.
+    [[nodiscard]] std::error_code Open(const std::string& folder,
+                                       const std::string& temporaryPrefix);
 
     // What the folder's file system has left for this process, in bytes.
     [[nodiscard]] std::uint64_t FreeBytes() const;
@@ -88,10 +90,8 @@ class TreeWriter {
     std::map<std::string, FolderPtr> m_folders;
 };
 
-// True for the names that TreeWriter gives to its temporary files.
-bool IsTemporaryName(std::string_view name);
-
 // Removes the temporary files that killed processes have left in the folder or anywhere below it,
-// without following links. Does nothing while a TreeWriter is at work on the same folder. What
-// cannot be removed stays, and the first error is returned.
-[[nodiscard]] std::error_code RemoveTemporaryFilesBelow(const std::string& folder);
+// without following links: those whose names begin with the prefix. Does nothing while a TreeWriter
+// is at work on the same folder. What cannot be removed stays, and the first error is returned.
+[[nodiscard]] std::error_code RemoveTemporaryFilesBelow(const std::string& folder,
+                                                        const std::string& temporaryPrefix);

@@ -12,7 +12,7 @@ wxIMPLEMENT_APP_NO_MAIN(CAgentApp);
 
 int main(int argc, char** argv) {
     OccupyStandardDescriptors();
-    BlockServiceSignals();  // before there is any other thread
+    BlockServiceSignals(CAgentApp::DescribeService());  // before there is any other thread
     wxTheAssertHandler = nullptr;
     wxLog::SetLogLevel(wxLOG_Info);
     PinTextEncoding();

@@ -1,34 +1,37 @@
 #pragma once
 
-#include <wx/apptrait.h>
 #include <wx/datetime.h>
-#include <wx/filename.h>
 #include <wx/intl.h>
 
 #include <atomic>
 #include <exception>
 #include <memory>
-#include <string>
-#include <vector>
+#include <span>
 
 #include "apps/zelka/published_pointer.h"
-#include "platform/clock_change.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
-#include "zelka_core/lua/lua_interpreter.h"
-#include "zelka_core/store/dom.h"
 
+class ClockChangeWatch;
 class wxCmdLineParser;
+class wxFileName;
 class wxInputStream;
 class wxOutputStream;
 class wxRegKey;
 class wxZipEntry;
+struct lua_State;
+
+namespace ZelkaCore {
+class CAgentEvent;
+class CDom;
+class CLuaInterpreter;
+}  // namespace ZelkaCore
 
 // The application object, one per process. The framework drives it on the main thread:
 // constructor, OnInit, OnRun, OnExit, destructor. The script thread runs OnRunScript.
 //
-// Its members are defined in the folders of the subsystems: host/, script/, service/,
+// Its members are defined in the folders of the subsystems: host/, script/, service/, watcher/,
 // plugins/, companions/.
 class CAgentApp : public wxAppBase {
   public:
@@ -61,6 +64,9 @@ class CAgentApp : public wxAppBase {
     void ServiceMain(unsigned count, const wchar_t** arguments);
     unsigned ServiceCtrl(unsigned ctrl, unsigned evType);
 
+    // The service that this process can be, with the controls that it takes.
+    static ServiceProfile DescribeService();
+
     // Reports to the service manager, from either of these threads. The wait hint is in
     // milliseconds. A failure is logged.
     void SetServiceStatus(unsigned state, unsigned exitCode, unsigned checkPoint,
@@ -77,6 +83,7 @@ class CAgentApp : public wxAppBase {
     void StartupInit();
     static void StartupOncePerProcess();
     static void TeardownOncePerProcess();
+    void PublishProgramPaths();
 
     // host/: the cryptographic provider. Ends the process if a file that FIPS needs is missing.
     void SelectCryptoProvider() const;
@@ -89,6 +96,7 @@ class CAgentApp : public wxAppBase {
     [[nodiscard]] bool IsZipPathUnderBin(const wxString& list) const;
     void SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
     void TakeRemainingOptions(const wxCmdLineParser& parser);
+    void OpenLog();
     void OpenConfiguration();
 
     // script/: the Lua application. Each returns 0 to go on and anything else to stop; failures
@@ -112,9 +120,12 @@ class CAgentApp : public wxAppBase {
     void WaitForStop();
     void TakeHardening();
     unsigned StopService();
-    void TellToStop();
-    void DumpLua(unsigned ctrl);
-    void ReportReplyState();
+    struct Control;  // a row of the table of controls
+    static std::span<const Control> Controls();
+    static const Control* FindControl(unsigned number);
+    void TellToStop(const Control& control);
+    void DumpLua(const Control& control);
+    void ReportReplyState(const Control& control);
 
     // plugins/: the packages beside the program. None of it fails a start: what goes wrong stands
     // in the log and in the package's agent event.
@@ -139,35 +150,35 @@ class CAgentApp : public wxAppBase {
     void CheckOldWebServer();
     bool RenameLockedFile(const wxString& name);
 
-    bool m_bInstallPlugins = false;        // the switch install_plugins was given
-    bool m_bDefaultAppName = false;        // the application's name is exactly zelk_agent
-    bool m_bBackground = false;            // run as a service
-    bool m_bTarvokShutdownFailed = false;  // since CheckOldWebServer; until a relay is installed
-    bool m_bNginxShutdownFailed = false;   // likewise
-    wxString m_strExtDir;                  // value of the option extdir
-    wxLocale m_locale;
-    ZelkaCore::CDom* m_pDom = nullptr;                    // owned
+    // Any thread. The store guards itself; the interpreter's state is guarded by its own lock.
+    ZelkaCore::CDom* m_pDom = nullptr;                    // owned; constant after construction
     PublishedPointer<ZelkaCore::CLuaInterpreter> m_pLua;  // owned; made by StartAppModule
-    wxDateTime m_startTime;
-    wxString m_strUnitTest;               // value of the option unittest, if accepted
-    wxString m_strZipPath;                // value of the option zippath
-    wxWindow* m_pParentWindow = nullptr;  // owned; parent of the frame
 
+    // The main thread's.
+    wxLocale m_locale;
+    wxDateTime m_startTime;
+    wxWindow* m_pParentWindow = nullptr;             // owned; parent of the frame
     std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
     std::exception_ptr m_storedException;            // on its way out of the main loop
-    bool m_bExceptionTold = false;                   // in the log, by OnExceptionInMainLoop
+    bool m_bExceptionReported = false;               // in the log, by OnExceptionInMainLoop
 
-    // Of the service; written by its thread and read also by the handler.
+    // The main thread's until the script thread starts, which reads them; constant from then on.
+    bool m_bInstallPlugins = false;  // the switch install_plugins was given
+    bool m_bDefaultAppName = false;  // the application's name is exactly zelk_agent
+    wxString m_strExtDir;            // value of the option extdir
+    wxString m_strUnitTest;          // value of the option unittest, if accepted
+
+    // Likewise, but the thread that runs Lua owns them then, and changes them.
+    bool m_bBackground = false;            // run as a service
+    wxString m_strZipPath;                 // value of the option zippath
+    bool m_bTarvokShutdownFailed = false;  // since CheckOldWebServer; until a relay is installed
+    bool m_bNginxShutdownFailed = false;   // likewise
+
+    // The service thread's; read also by the handler of controls.
     std::atomic<bool> m_bHardened = false;  // does not accept the stop control
     std::atomic<SERVICE_STATUS_HANDLE> m_hServiceStatus = 0;
     std::atomic<HANDLE> m_hStopEvent = INVALID_HANDLE_VALUE;    // manual reset
     std::atomic<HANDLE> m_hHardenEvent = INVALID_HANDLE_VALUE;  // automatic reset; 0: there is none
-};
-
-// Console traits: event loop and timers are those of a process without a display.
-class CAgentAppTraits : public wxConsoleAppTraits {
-  public:
-    wxLog* CreateLogTarget() override;
 };
 
 // The one application object, from its construction to its destruction. Any thread.

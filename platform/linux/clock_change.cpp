@@ -21,17 +21,13 @@ class TimerWatch : public ClockChangeWatch, private wxEventLoopSourceHandler {
   public:
     explicit TimerWatch(std::function<void()> onChange) : m_onChange(std::move(onChange)) {}
 
-    bool Begin() {
+    std::error_code Watch() {
         m_timer.Reset(timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
         if (!m_timer.IsOpen() || !Arm()) {
-            SetLastError(static_cast<DWORD>(errno));
-            return false;
+            return LastSystemError();
         }
         m_source.reset(wxEventLoopBase::AddSourceForFD(m_timer.Get(), this, wxEVENT_SOURCE_INPUT));
-        if (m_source == nullptr) {
-            SetLastError(ENOTSUP);
-        }
-        return m_source != nullptr;
+        return m_source ? std::error_code() : std::make_error_code(std::errc::not_supported);
     }
 
   private:
@@ -61,10 +57,12 @@ class TimerWatch : public ClockChangeWatch, private wxEventLoopSourceHandler {
 
 }  // namespace
 
-std::unique_ptr<ClockChangeWatch> ClockChangeWatch::Begin(std::function<void()> onChange) {
-    auto watch = std::make_unique<TimerWatch>(std::move(onChange));
-    if (!watch->Begin()) {
-        return nullptr;
+std::error_code ClockChangeWatch::Begin(std::function<void()> onChange,
+                                        std::unique_ptr<ClockChangeWatch>& watch) {
+    auto begun = std::make_unique<TimerWatch>(std::move(onChange));
+    const auto error = begun->Watch();
+    if (!error) {
+        watch = std::move(begun);
     }
-    return watch;
+    return error;
 }

@@ -26,8 +26,6 @@ class PlatformCategory : public std::error_category {
     }
 };
 
-thread_local DWORD t_lastError = 0;
-
 }  // namespace
 
 std::error_code make_error_code(PlatformError error) {
@@ -37,12 +35,4 @@ std::error_code make_error_code(PlatformError error) {
 
 std::error_code LastSystemError() {
     return {errno, std::generic_category()};
-}
-
-DWORD GetLastError() {
-    return t_lastError;
-}
-
-void SetLastError(DWORD code) {
-    t_lastError = code;
 }

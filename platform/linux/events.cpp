@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -66,15 +67,16 @@ EventTable& Table() {
     return *table;
 }
 
-bool FailWith(int code) {
-    SetLastError(static_cast<DWORD>(code));
-    return false;
+std::error_code NotOpen() {
+    return std::make_error_code(std::errc::bad_file_descriptor);
 }
 
-bool Signal(const Event& event) {
+std::error_code Signal(const Event& event) {
     const std::uint64_t one = 1;
     // A full counter answers EAGAIN: the event is signalled already.
-    return write(event.fd.Get(), &one, sizeof one) == sizeof one || errno == EAGAIN;
+    const bool isSignalled =
+        write(event.fd.Get(), &one, sizeof one) == sizeof one || errno == EAGAIN;
+    return isSignalled ? std::error_code() : LastSystemError();
 }
 
 // Takes the signal off the event. False if there is none (any more).
@@ -103,7 +105,7 @@ std::optional<DWORD> TakeSignalled(const std::vector<EventPtr>& events,
     return std::nullopt;
 }
 
-DWORD WaitForEvents(const std::vector<EventPtr>& events, DWORD timeoutMs) {
+std::error_code WaitForEvents(const std::vector<EventPtr>& events, DWORD timeoutMs, DWORD& answer) {
     std::optional<Clock::time_point> deadline;
     if (timeoutMs != INFINITE) {
         deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -116,71 +118,63 @@ DWORD WaitForEvents(const std::vector<EventPtr>& events, DWORD timeoutMs) {
         const int timeout = PollTimeout(deadline);
         const int ready = poll(fds.data(), events.size(), timeout);
         if (ready < 0 && errno != EINTR) {
-            FailWith(errno);
-            return WAIT_FAILED;
+            return LastSystemError();
         }
         if (ready > 0) {
             if (const auto index = TakeSignalled(events, fds)) {
-                return WAIT_OBJECT_0 + *index;
+                answer = WAIT_OBJECT_0 + *index;
+                return {};
             }
         }
         if (timeout == 0) {
-            return WAIT_TIMEOUT;
+            answer = WAIT_TIMEOUT;
+            return {};
         }
     }
 }
 
 }  // namespace
 
-HANDLE CreateEventW(const void* attributes, bool manualReset, bool initiallySignalled,
-                    const wchar_t* name) {
-    if (attributes != nullptr || name != nullptr) {
-        FailWith(EINVAL);
-        return 0;
-    }
+std::error_code CreateEventW(bool manualReset, bool initiallySignalled, HANDLE& event) {
     ScopedFd fd(eventfd(initiallySignalled ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!fd.IsOpen()) {
-        FailWith(errno);
-        return 0;
+        return LastSystemError();
     }
-    return Table().Add(std::make_shared<Event>(Event{std::move(fd), manualReset}));
+    event = Table().Add(std::make_shared<Event>(Event{std::move(fd), manualReset}));
+    return {};
 }
 
-bool SetEvent(HANDLE event) {
+std::error_code SetEvent(HANDLE event) {
     const EventPtr found = Table().Find(event);
-    if (!found) {
-        return FailWith(EBADF);
-    }
-    return Signal(*found) || FailWith(errno);
+    return found ? Signal(*found) : NotOpen();
 }
 
-bool ResetEvent(HANDLE event) {
+std::error_code ResetEvent(HANDLE event) {
     const EventPtr found = Table().Find(event);
     if (!found) {
-        return FailWith(EBADF);
+        return NotOpen();
     }
     (void)Consume(*found);
-    return true;
+    return {};
 }
 
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, bool waitAll, DWORD timeoutMs) {
-    if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || waitAll) {
-        FailWith(EINVAL);
-        return WAIT_FAILED;
+std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles, DWORD timeoutMs,
+                                       DWORD& answer) {
+    if (handles.empty() || handles.size() > MAXIMUM_WAIT_OBJECTS) {
+        return std::make_error_code(std::errc::invalid_argument);
     }
     std::vector<EventPtr> events;
-    events.reserve(count);
-    for (DWORD i = 0; i < count; ++i) {
-        EventPtr event = Table().Find(handles[i]);
+    events.reserve(handles.size());
+    for (const HANDLE handle : handles) {
+        EventPtr event = Table().Find(handle);
         if (!event) {
-            FailWith(EBADF);
-            return WAIT_FAILED;
+            return NotOpen();
         }
         events.push_back(std::move(event));
     }
-    return WaitForEvents(events, timeoutMs);
+    return WaitForEvents(events, timeoutMs, answer);
 }
 
-bool CloseHandle(HANDLE handle) {
-    return Table().Remove(handle) || FailWith(EBADF);
+std::error_code CloseHandle(HANDLE handle) {
+    return Table().Remove(handle) ? std::error_code() : NotOpen();
 }

@@ -6,12 +6,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
-#include <system_error>
 
+#include "platform/error.h"
 #include "platform/tree_writer.h"
 
 namespace {
@@ -19,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kListName = ".pending-deletes";
+constexpr const char* kTemporaryPrefix = ".pending-deletes-";
 constexpr const char* kBootIdFile = "/proc/sys/kernel/random/boot_id";
 constexpr unsigned kListMode = 0644;
 
@@ -28,19 +27,8 @@ struct PendingDelete {
 };
 using PendingDeletes = std::vector<PendingDelete>;
 
-bool Fail(int code) {
-    SetLastError(static_cast<DWORD>(code));
-    return false;
-}
-
-std::optional<std::string> Narrow(const wchar_t* text) {
-    const std::size_t length = text != nullptr ? std::wcstombs(nullptr, text, 0) : 0;
-    if (length == 0 || length == static_cast<std::size_t>(-1)) {
-        return std::nullopt;
-    }
-    std::string narrow(length, '\0');
-    (void)std::wcstombs(narrow.data(), text, length);
-    return narrow;
+std::error_code Invalid() {
+    return std::make_error_code(std::errc::invalid_argument);
 }
 
 bool IsListable(const std::string& name) {
@@ -54,8 +42,7 @@ std::error_code ReadList(const fs::path& folder, PendingDeletes& list,
                          std::vector<std::string>& dropped) {
     struct stat status {};
     if (stat((folder / kListName).c_str(), &status) != 0) {
-        return errno == ENOENT ? std::error_code()
-                               : std::error_code(errno, std::generic_category());
+        return errno == ENOENT ? std::error_code() : LastSystemError();
     }
     std::ifstream file;
     if (S_ISREG(status.st_mode)) {
@@ -81,14 +68,14 @@ std::error_code ReadList(const fs::path& folder, PendingDeletes& list,
 std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
     if (list.empty()) {
         const bool gone = unlink((folder / kListName).c_str()) == 0 || errno == ENOENT;
-        return gone ? std::error_code() : std::error_code(errno, std::generic_category());
+        return gone ? std::error_code() : LastSystemError();
     }
     std::string text;
     for (const PendingDelete& entry : list) {
         text.append(entry.bootId).append(" ").append(entry.name).append("\n");
     }
     TreeWriter writer;
-    std::error_code error = writer.Open(folder.string());
+    std::error_code error = writer.Open(folder.string(), kTemporaryPrefix);
     error = error ? error : writer.BeginFile(kListName);
     error = error ? error : writer.WriteFile(text);
     error = error ? error : writer.FinishFile(kListMode);
@@ -96,36 +83,34 @@ std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
     return error ? error : writer.Commit(failed);
 }
 
-bool DeleteAfterRestart(const fs::path& path) {
+std::error_code DeleteAfterRestart(const fs::path& path) {
     const fs::path folder = path.has_parent_path() ? path.parent_path() : ".";
     const std::string name = path.filename().string();
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
-        return Fail(errno);
+        return LastSystemError();
     }
     if (S_ISDIR(status.st_mode) || !IsListable(name)) {
-        return Fail(EINVAL);
+        return Invalid();
     }
-    const std::string bootId = CurrentBootId();
-    if (bootId.empty()) {
-        return false;
-    }
+    std::string bootId;
     PendingDeletes list;
     std::vector<std::string> dropped;
-    if (const auto error = ReadList(folder, list, dropped)) {
-        return Fail(error.value());
+    std::error_code error = CurrentBootId(bootId);
+    error = error ? error : ReadList(folder, list, dropped);
+    if (error) {
+        return error;
     }
     std::erase_if(list, [&](const PendingDelete& entry) { return entry.name == name; });
     list.push_back({bootId, name});
-    const auto error = WriteList(folder, list);
-    return !error || Fail(error.value());
+    return WriteList(folder, list);
 }
 
-bool Rename(const std::string& from, const std::string& to, bool replace) {
+std::error_code Rename(const std::string& from, const std::string& to, bool replace) {
     const int result =
         replace ? rename(from.c_str(), to.c_str())
                 : renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
-    return result == 0 || Fail(errno);
+    return result == 0 ? std::error_code() : LastSystemError();
 }
 
 // An empty text if the file is gone.
@@ -133,30 +118,29 @@ std::string DeleteFile(const fs::path& path) {
     if (unlink(path.c_str()) == 0 || errno == ENOENT) {
         return {};
     }
-    return path.string() + " cannot be deleted: " + std::generic_category().message(errno);
+    return path.string() + " cannot be deleted: " + LastSystemError().message();
 }
 
 }  // namespace
 
-bool MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) {
-    const auto source = Narrow(from);
-    if (source && to == nullptr && flags == MOVEFILE_DELAY_UNTIL_REBOOT) {
-        return DeleteAfterRestart(*source);
+std::error_code MoveFileExW(const std::string& from, const std::string& to, DWORD flags) {
+    if (to.empty() && flags == MOVEFILE_DELAY_UNTIL_REBOOT) {
+        return DeleteAfterRestart(from);
     }
-    const auto target = Narrow(to);
-    if (!source || !target || (flags & ~MOVEFILE_REPLACE_EXISTING) != 0) {
-        return Fail(EINVAL);
+    if (to.empty() || (flags & ~MOVEFILE_REPLACE_EXISTING) != 0) {
+        return Invalid();
     }
-    return Rename(*source, *target, flags == MOVEFILE_REPLACE_EXISTING);
+    return Rename(from, to, flags == MOVEFILE_REPLACE_EXISTING);
 }
 
-std::string CurrentBootId() {
+std::error_code CurrentBootId(std::string& id) {
     std::ifstream file(kBootIdFile);
-    std::string id;
-    if (!(file >> id)) {
-        (void)Fail(ENODATA);
+    std::string found;
+    if (!(file >> found)) {
+        return std::make_error_code(std::errc::no_message_available);
     }
-    return id;
+    id = std::move(found);
+    return {};
 }
 
 std::vector<std::string> DeletePendingFiles(const std::string& folder, const std::string& bootId) {

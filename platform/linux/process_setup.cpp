@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
+
+#include "platform/error.h"
 
 namespace {
 
@@ -16,73 +18,28 @@ namespace {
 void IgnoreSignal(int) {
 }
 
-DWORD FailWith(int code) {
-    SetLastError(static_cast<DWORD>(code));
-    return 0;
-}
-
 }  // namespace
 
-DWORD GetModuleFileNameW(const void* module, wchar_t* buffer, DWORD size) {
-    if (size == 0) {
-        return FailWith(EINVAL);
+std::error_code GetModuleFileNameW(std::string& path) {
+    std::array<char, PATH_MAX> buffer{};
+    const ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    if (length < 0) {
+        return LastSystemError();
     }
-    buffer[0] = L'\0';
-    if (module != nullptr) {
-        return FailWith(EINVAL);
+    const std::string_view found(buffer.data(), static_cast<std::size_t>(length));
+    if (std::mbstowcs(nullptr, std::string(found).c_str(), 0) == static_cast<std::size_t>(-1)) {
+        return std::make_error_code(std::errc::illegal_byte_sequence);
     }
-    std::array<char, PATH_MAX + 1> path{};
-    const ssize_t bytes = readlink("/proc/self/exe", path.data(), PATH_MAX);
-    if (bytes < 0) {
-        return FailWith(errno);
-    }
-    const std::size_t needed = std::mbstowcs(nullptr, path.data(), 0);
-    if (needed == static_cast<std::size_t>(-1)) {
-        return FailWith(EILSEQ);
-    }
-    if (needed >= size) {
-        return FailWith(ENAMETOOLONG);
-    }
-    return static_cast<DWORD>(std::mbstowcs(buffer, path.data(), size));
+    path = found;
+    return {};
 }
 
-bool SetDllDirectoryW(const wchar_t*) {
-    return true;
-}
-
-DWORD SetErrorMode(DWORD mode) {
-    static DWORD current = 0;
-    const DWORD previous = current;
-    current = mode;
+void SetErrorMode() {
     struct sigaction action = {};
-    action.sa_handler = mode != 0 ? IgnoreSignal : SIG_DFL;
+    action.sa_handler = IgnoreSignal;
     action.sa_flags = SA_RESTART;
     (void)sigaction(SIGPIPE, &action, nullptr);
     (void)sigaction(SIGXFSZ, &action, nullptr);
-    return previous;
-}
-
-unsigned _set_abort_behavior(unsigned, unsigned) {
-    return 0;
-}
-
-bool HeapSetInformation(HANDLE, int, const void*, std::size_t) {
-    return true;
-}
-
-int CoInitializeEx(const void*, DWORD) {
-    return 0;
-}
-
-void CoUninitialize() {
-}
-
-int WSAStartup(unsigned) {
-    return 0;
-}
-
-int WSACleanup() {
-    return 0;
 }
 
 void OccupyStandardDescriptors() {

@@ -11,9 +11,11 @@
 #include <random>
 #include <set>
 
+#include "platform/error.h"
+#include "platform/file.h"
+
 namespace {
 
-constexpr std::string_view kTemporaryPrefix = ".zelka-unzip-";
 constexpr mode_t kFolderMode = 0755;
 
 // A batch of this many files or fewer is synced file by file, a larger one by whole file systems:
@@ -25,12 +27,8 @@ constexpr std::size_t kMaxFoldersInBatch = 128;
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-std::error_code LastError() {
-    return {errno, std::generic_category()};
-}
-
 std::error_code Check(int result) {
-    return result < 0 ? LastError() : std::error_code();
+    return result < 0 ? LastSystemError() : std::error_code();
 }
 
 std::string RandomDigits() {
@@ -61,17 +59,17 @@ TreeWriter::~TreeWriter() {
     DropFinished(0);
 }
 
-std::error_code TreeWriter::Open(const std::string& folder) {
+std::error_code TreeWriter::Open(const std::string& folder, const std::string& temporaryPrefix) {
     auto root = std::make_shared<Folder>();
     root->fd.Reset(open(folder.c_str(), kOpenFolder));
     if (!root->fd.IsOpen()) {
-        return LastError();
+        return LastSystemError();
     }
     // Tells RemoveTemporaryFilesBelow that somebody is at work. Where there are no locks it works
     // without.
     (void)flock(root->fd.Get(), LOCK_SH);
     m_root = std::move(root);
-    m_temporaryPrefix = std::string(kTemporaryPrefix) + RandomDigits() + "-";
+    m_temporaryPrefix = temporaryPrefix + RandomDigits() + "-";
     return {};
 }
 
@@ -105,13 +103,13 @@ std::error_code TreeWriter::OpenSubfolder(const FolderPtr& parent, const std::st
     opened->fd.Reset(openat(parentFd, name.c_str(), kOpenFolder | O_NOFOLLOW));
     if (!opened->fd.IsOpen() && errno == ENOENT) {
         if (mkdirat(parentFd, name.c_str(), kFolderMode) != 0 && errno != EEXIST) {
-            return LastError();
+            return LastSystemError();
         }
         parent->touched = true;
         opened->fd.Reset(openat(parentFd, name.c_str(), kOpenFolder | O_NOFOLLOW));
     }
     if (!opened->fd.IsOpen()) {
-        return LastError();
+        return LastSystemError();
     }
     folder = std::move(opened);
     return {};
@@ -146,7 +144,7 @@ std::error_code TreeWriter::MakeFolder(const std::string& path, unsigned permiss
     const std::string name = BaseName(path);
     const bool isNew = mkdirat(parent->fd.Get(), name.c_str(), kFolderMode) == 0;
     if (!isNew && errno != EEXIST) {
-        return LastError();
+        return LastSystemError();
     }
     FolderPtr folder;
     if (const auto error = OpenSubfolder(parent, name, folder)) {
@@ -170,7 +168,7 @@ std::error_code TreeWriter::BeginFile(const std::string& path) {
     file.fd.Reset(openat(file.folder->fd.Get(), file.temporaryName.c_str(),
                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file.fd.IsOpen()) {
-        return LastError();
+        return LastSystemError();
     }
     m_file = std::move(file);
     return {};
@@ -178,19 +176,12 @@ std::error_code TreeWriter::BeginFile(const std::string& path) {
 
 // NOLINTNEXTLINE(readability-make-member-function-const): it changes the file.
 std::error_code TreeWriter::WriteFile(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(m_file.fd.Get(), bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return LastError();
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return {};
+    return WriteAll(m_file.fd, bytes);
 }
 
 std::error_code TreeWriter::FinishFile(unsigned permissions) {
     if (fchmod(m_file.fd.Get(), permissions & 0777U) != 0) {
-        const auto error = LastError();
+        const auto error = LastSystemError();
         DropFile();
         return error;
     }
@@ -230,10 +221,10 @@ std::error_code TreeWriter::SyncFileSystems() const {
     for (const auto& [path, folder] : m_folders) {
         struct stat status {};
         if (fstat(folder->fd.Get(), &status) != 0) {
-            return LastError();
+            return LastSystemError();
         }
         if (synced.insert(status.st_dev).second && syncfs(folder->fd.Get()) != 0) {
-            return LastError();
+            return LastSystemError();
         }
     }
     return {};
@@ -245,7 +236,7 @@ std::error_code TreeWriter::SyncFiles() const {
     }
     for (const File& file : m_finished) {
         if (fsync(file.fd.Get()) != 0) {
-            return LastError();
+            return LastSystemError();
         }
     }
     return {};
@@ -258,7 +249,7 @@ std::error_code TreeWriter::SyncFolders() const {
     }
     for (const auto& [path, folder] : m_folders) {
         if (folder->touched && fsync(folder->fd.Get()) != 0) {
-            return LastError();
+            return LastSystemError();
         }
     }
     return {};
@@ -284,42 +275,38 @@ std::error_code TreeWriter::Commit(std::string& failedPath) {
     return error ? error : folderError;
 }
 
-bool IsTemporaryName(std::string_view name) {
-    return name.starts_with(kTemporaryPrefix);
-}
-
 namespace {
 
 struct FolderCloser {
     void operator()(DIR* folder) const { (void)closedir(folder); }
 };
 
-std::error_code RemoveBelow(ScopedFd fd);
+std::error_code RemoveBelow(ScopedFd fd, const std::string& prefix);
 
 // What is neither a temporary file nor a folder is passed over.
-std::error_code RemoveIfTemporary(int folder, const dirent& entry) {
+std::error_code RemoveIfTemporary(int folder, const dirent& entry, const std::string& prefix) {
     unsigned type = entry.d_type;
     if (type == DT_UNKNOWN) {
         struct stat status {};
         if (fstatat(folder, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return LastError();
+            return LastSystemError();
         }
         type = IFTODT(status.st_mode);
     }
     if (type == DT_DIR) {
         ScopedFd subfolder(openat(folder, entry.d_name, kOpenFolder | O_NOFOLLOW));
-        return subfolder.IsOpen() ? RemoveBelow(std::move(subfolder)) : LastError();
+        return subfolder.IsOpen() ? RemoveBelow(std::move(subfolder), prefix) : LastSystemError();
     }
-    if (type == DT_REG && IsTemporaryName(entry.d_name)) {
+    if (type == DT_REG && std::string_view(entry.d_name).starts_with(prefix)) {
         return Check(unlinkat(folder, entry.d_name, 0));
     }
     return {};
 }
 
-std::error_code RemoveBelow(ScopedFd fd) {
+std::error_code RemoveBelow(ScopedFd fd, const std::string& prefix) {
     const std::unique_ptr<DIR, FolderCloser> folder(fdopendir(fd.Get()));
     if (!folder) {
-        return LastError();
+        return LastSystemError();
     }
     const int folderFd = fd.Release();  // now the stream's own
     std::error_code first;
@@ -328,23 +315,24 @@ std::error_code RemoveBelow(ScopedFd fd) {
         if (name == "." || name == "..") {
             continue;
         }
-        if (const auto error = RemoveIfTemporary(folderFd, *entry); error && !first) {
+        if (const auto error = RemoveIfTemporary(folderFd, *entry, prefix); error && !first) {
             first = error;
         }
     }
-    return first || errno == 0 ? first : LastError();
+    return first || errno == 0 ? first : LastSystemError();
 }
 
 }  // namespace
 
-std::error_code RemoveTemporaryFilesBelow(const std::string& folder) {
+std::error_code RemoveTemporaryFilesBelow(const std::string& folder,
+                                          const std::string& temporaryPrefix) {
     ScopedFd fd(open(folder.c_str(), kOpenFolder));
     if (!fd.IsOpen()) {
-        return LastError();
+        return LastSystemError();
     }
     // The lock is for the length of the clean-up and goes with the descriptor.
     if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         return {};
     }
-    return RemoveBelow(std::move(fd));
+    return RemoveBelow(std::move(fd), temporaryPrefix);
 }

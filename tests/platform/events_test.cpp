@@ -2,60 +2,64 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
+#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "tests/support/new_event.h"
 
 namespace {
 
 constexpr DWORD kGenerous = 60'000;
 
+const std::error_code kNotOpen = std::make_error_code(std::errc::bad_file_descriptor);
+const std::error_code kBadCount = std::make_error_code(std::errc::invalid_argument);
+
 DWORD Wait(const std::vector<HANDLE>& events, DWORD timeoutMs) {
-    return WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), false,
-                                  timeoutMs);
+    DWORD answer = 0;
+    EXPECT_FALSE(WaitForMultipleObjects(events, timeoutMs, answer));
+    return answer;
 }
 
 TEST(Events, TheFirstSignalledHandleWinsAndOneWithAutomaticResetWakesOnce) {
-    const ScopedHandle automatic(CreateEventW(nullptr, false, true, nullptr));
-    const ScopedHandle manual(CreateEventW(nullptr, true, false, nullptr));
+    const ScopedHandle automatic(NewEvent(false, true));
+    const ScopedHandle manual(NewEvent(true, false));
     const std::vector<HANDLE> both{automatic.Get(), manual.Get()};
-    ASSERT_TRUE(SetEvent(automatic.Get()));
-    ASSERT_TRUE(SetEvent(manual.Get()));
+    ASSERT_FALSE(SetEvent(automatic.Get()));
+    ASSERT_FALSE(SetEvent(manual.Get()));
 
     EXPECT_EQ(Wait(both, 0), WAIT_OBJECT_0);
     EXPECT_EQ(Wait(both, 0), WAIT_OBJECT_0 + 1);
     EXPECT_EQ(Wait(both, 0), WAIT_OBJECT_0 + 1);
-    ASSERT_TRUE(ResetEvent(manual.Get()));
+    ASSERT_FALSE(ResetEvent(manual.Get()));
     EXPECT_EQ(Wait(both, 0), WAIT_TIMEOUT);
 }
 
 TEST(Events, AWaitLastsForItsTimeOrUntilAnotherThreadSignals) {
-    const ScopedHandle event(CreateEventW(nullptr, false, false, nullptr));
+    const ScopedHandle event(NewEvent(false, false));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Wait({event.Get()}, 20), WAIT_TIMEOUT);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
-    const std::jthread signaller([&] { EXPECT_TRUE(SetEvent(event.Get())); });
+    const std::jthread signaller([&] { EXPECT_FALSE(SetEvent(event.Get())); });
     EXPECT_EQ(Wait({event.Get()}, kGenerous), WAIT_OBJECT_0);
 }
 
-TEST(Events, AHandleIsRefusedOnceClosedAndSoIsWhatIsNotOffered) {
-    const HANDLE old = CreateEventW(nullptr, true, false, nullptr);
-    ASSERT_TRUE(CloseHandle(old));
-    const ScopedHandle next(CreateEventW(nullptr, true, true, nullptr));
-    const HANDLE open = next.Get();
-    EXPECT_NE(open, old);
+TEST(Events, AHandleIsRefusedOnceClosedAndSoIsABadNumberOfThem) {
+    const HANDLE old = NewEvent(true, false);
+    ASSERT_FALSE(CloseHandle(old));
+    const ScopedHandle next(NewEvent(true, true));
+    EXPECT_NE(next.Get(), old);
+    DWORD answer = 7;
     for (const HANDLE handle : {old, HANDLE{0}, INVALID_HANDLE_VALUE, HANDLE{1}, HANDLE{1} << 52}) {
-        SetLastError(0);
-        EXPECT_FALSE(SetEvent(handle));
-        EXPECT_EQ(GetLastError(), DWORD{EBADF});
-        EXPECT_EQ(Wait({handle}, 0), WAIT_FAILED);
-        EXPECT_FALSE(CloseHandle(handle));
+        EXPECT_EQ(SetEvent(handle), kNotOpen);
+        EXPECT_EQ(WaitForMultipleObjects(std::span(&handle, 1), 0, answer), kNotOpen);
+        EXPECT_EQ(CloseHandle(handle), kNotOpen);
     }
-    EXPECT_EQ(Wait({}, 0), WAIT_FAILED);
-    EXPECT_EQ(WaitForMultipleObjects(1, &open, true, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), DWORD{EINVAL});
-    EXPECT_EQ(CreateEventW(nullptr, true, false, L"name"), 0);
+    const std::vector<HANDLE> tooMany(MAXIMUM_WAIT_OBJECTS + 1, next.Get());
+    EXPECT_EQ(WaitForMultipleObjects({}, 0, answer), kBadCount);
+    EXPECT_EQ(WaitForMultipleObjects(tooMany, 0, answer), kBadCount);
+    EXPECT_EQ(answer, 7U);
 }
 
 }  // namespace

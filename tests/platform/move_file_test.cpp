@@ -8,37 +8,29 @@
 #include <string>
 
 #include "tests/support/scratch_folder.h"
-#include "zelka_core/text.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-std::wstring Wide(const fs::path& path) {
-    return ZelkaCore::FromUtf8(path.string()).ToStdWstring();
-}
-
-// What keeps a file from being moved, or without `to` from being deleted at the next restart; 0 if
-// nothing does.
-DWORD Move(const fs::path& from, const fs::path& to, DWORD flags) {
-    const std::wstring target = Wide(to);
-    const bool done =
-        MoveFileExW(Wide(from).c_str(), target.empty() ? nullptr : target.c_str(), flags);
-    return done ? 0 : GetLastError();
+// The number of what keeps a file from being moved, or without `to` from being deleted at the next
+// restart; 0 if nothing does.
+int Move(const fs::path& from, const fs::path& to, DWORD flags) {
+    return MoveFileExW(from.string(), to.string(), flags).value();
 }
 
 TEST(MoveFile, ReplacesAFileOnlyIfAskedToAndSaysWhyItCannot) {
     const ScratchFolder folder;
     const fs::path from = folder.Write("Schlüssel 1", "new");
     const fs::path to = folder.Write("to", "old");
-    EXPECT_EQ(Move(from, to, 0), DWORD{EEXIST});
-    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), 0U);
-    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), DWORD{ENOENT});
+    EXPECT_EQ(Move(from, to, 0), EEXIST);
+    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), 0);
+    EXPECT_EQ(Move(from, to, MOVEFILE_REPLACE_EXISTING), ENOENT);
     (void)folder.Write("taken/by", "");
-    EXPECT_EQ(Move(to, folder.Path() / "taken", MOVEFILE_REPLACE_EXISTING), DWORD{EISDIR});
+    EXPECT_EQ(Move(to, folder.Path() / "taken", MOVEFILE_REPLACE_EXISTING), EISDIR);
     for (const DWORD flags : {0U, 2U, MOVEFILE_DELAY_UNTIL_REBOOT + MOVEFILE_REPLACE_EXISTING}) {
-        EXPECT_EQ(Move(to, {}, flags), DWORD{EINVAL});
+        EXPECT_EQ(Move(to, {}, flags), EINVAL);
     }
     EXPECT_EQ(ReadFile(to), "new");
 }
@@ -50,13 +42,14 @@ TEST(PendingDeletes, AreListedOnceEachAndOfFilesAlone) {
     };
     for (const char* name : {"tarvok.exe.old", "Schlüssel 1.old", "tarvok.exe.old"}) {
         (void)folder.Write(name, "");
-        EXPECT_EQ(list(name), 0U);
+        EXPECT_EQ(list(name), 0);
     }
     (void)folder.Write("two\nlines", "");
-    EXPECT_EQ(list("two\nlines"), DWORD{EINVAL});
-    EXPECT_EQ(list("."), DWORD{EINVAL});
-    EXPECT_EQ(list("gone"), DWORD{ENOENT});
-    const std::string boot = CurrentBootId();
+    EXPECT_EQ(list("two\nlines"), EINVAL);
+    EXPECT_EQ(list("."), EINVAL);
+    EXPECT_EQ(list("gone"), ENOENT);
+    std::string boot;
+    ASSERT_FALSE(CurrentBootId(boot));
     EXPECT_EQ(ReadFile(folder.Path() / ".pending-deletes"),
               boot + " Schlüssel 1.old\n" + boot + " tarvok.exe.old\n");
     EXPECT_THAT(DeletePendingFiles(folder.Path().string(), ""),

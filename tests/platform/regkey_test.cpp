@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -19,7 +18,7 @@ using testing::HasSubstr;
 
 class Registry : public testing::Test {
   protected:
-    Registry() { (void)setenv("ZELKA_REGISTRY", m_path.c_str(), 1); }
+    Registry() { UseRegistryFile(m_path.string()); }
 
     void Write(const std::string& content) const { (void)m_folder.Write("registry.ini", content); }
     [[nodiscard]] std::string Content() const { return ReadFile(m_path); }
@@ -126,7 +125,7 @@ TEST_F(Registry, DeletingAKeyTakesWhatIsBelowItAndLeavesEveryOtherLineAlone) {
     fs::permissions(m_path, fs::perms{0640});
     const fs::path link = m_folder.Path() / "link.ini";
     fs::create_symlink("registry.ini", link);
-    ASSERT_EQ(setenv("ZELKA_REGISTRY", link.c_str(), 1), 0);
+    UseRegistryFile(link.string());
 
     EXPECT_TRUE(wxRegKey(wxRegKey::HKLM, "software").DeleteKey("flag"));
     EXPECT_EQ(Content(), others + "; why\nnonsense, too\n[HKLM\\Software]\nlast=1");

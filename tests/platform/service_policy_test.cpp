@@ -4,6 +4,9 @@
 
 namespace {
 
+// Controls of the application: one passes while the service starts, the other does not.
+constexpr ServiceControl kOwn[] = {{128, 1, true}, {129, 2, false}};
+
 constexpr DWORD kAll = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN;
 
 SERVICE_STATUS Last(DWORD state, DWORD accepted) {
@@ -20,7 +23,7 @@ TEST(ServicePolicy, AStopWaitsForTheStartAndIsRefusedByAHardenedServiceWhichAlwa
         DWORD accepted;
         ControlFate stop;
         ControlFate shutdown;
-        ControlFate question;  // an interrogation or a dump
+        ControlFate question;  // what passes while the service starts
         ControlFate other;
     } cases[] = {
         {0, 0, kHold, kHold, kDrop, kDrop},
@@ -34,24 +37,25 @@ TEST(ServicePolicy, AStopWaitsForTheStartAndIsRefusedByAHardenedServiceWhichAlwa
     for (const auto& item : cases) {
         SCOPED_TRACE(item.state);
         const SERVICE_STATUS last = Last(item.state, item.accepted);
-        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_STOP, last), item.stop);
-        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_SHUTDOWN, last), item.shutdown);
-        for (const DWORD control : {4U, 128U, 129U, 130U}) {
-            EXPECT_EQ(JudgeControl(control, last), item.question) << control;
+        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_STOP, last, kOwn), item.stop);
+        EXPECT_EQ(JudgeControl(SERVICE_CONTROL_SHUTDOWN, last, kOwn), item.shutdown);
+        for (const DWORD control : {4U, 128U}) {
+            EXPECT_EQ(JudgeControl(control, last, kOwn), item.question) << control;
         }
-        for (const DWORD control : {0U, 2U, 11U, 127U, 131U, 255U, 0xFFFFFFFFU}) {
-            EXPECT_EQ(JudgeControl(control, last), item.other) << control;
+        for (const DWORD control : {0U, 2U, 11U, 129U, 255U, 0xFFFFFFFFU}) {
+            EXPECT_EQ(JudgeControl(control, last, kOwn), item.other) << control;
         }
     }
 }
 
-TEST(ServicePolicy, AReportIsToldWithMoreTimeAndAnErrorNumberThatSystemdTakesForOne) {
+TEST(ServicePolicy, AReportIsOneLineWithMoreTimeAndAnErrorNumberThatSystemdTakesForOne) {
     SERVICE_STATUS status = Last(SERVICE_START_PENDING, kAll);
     status.dwWaitHint = 4000;
-    EXPECT_EQ(NotificationText(status), "STATUS=init\nEXTEND_TIMEOUT_USEC=4000000");
+    EXPECT_EQ(NotificationText(status, "a\nREADY=1"),
+              "STATUS=a READY=1\nEXTEND_TIMEOUT_USEC=4000000");
     status = Last(SERVICE_STOPPED, kAll);
     status.dwWin32ExitCode = static_cast<DWORD>(-1);
-    EXPECT_EQ(NotificationText(status), "STATUS=stopped (exit code -1)");
+    EXPECT_EQ(NotificationText(status, "over"), "STATUS=over");
 }
 
 TEST(ServicePolicy, AFailureStaysOneAsExitStatus) {
@@ -61,9 +65,9 @@ TEST(ServicePolicy, AFailureStaysOneAsExitStatus) {
 }
 
 TEST(ServicePolicy, TheServiceIsNamedByItsUnit) {
-    EXPECT_EQ(ServiceNameOf("agent@two.service"), "agent@two");
+    EXPECT_EQ(ServiceNameOf("agent@two.service", "other"), "agent@two");
     for (const char* other : {"session-1.scope", ".service", ""}) {
-        EXPECT_EQ(ServiceNameOf(other), "zelk_agent");
+        EXPECT_EQ(ServiceNameOf(other, "agent"), "agent");
     }
 }
 

@@ -5,7 +5,6 @@
 #include <limits>
 #include <string_view>
 
-#include "platform/tree_writer.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -28,7 +27,7 @@ std::string PartFault(std::string_view part) {
     if (part.size() > kLongestPart) {
         return "has a part that is too long for a file name";
     }
-    if (IsTemporaryName(part)) {
+    if (part.starts_with(kTemporaryPrefix)) {
         return "has a name that is kept for temporary files";
     }
     return {};

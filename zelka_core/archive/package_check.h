@@ -8,11 +8,14 @@
 
 namespace ZelkaCore {
 
+// How the names of Unzip's temporary files begin.
+inline constexpr const char* kTemporaryPrefix = ".zelka-unzip-";
+
 // Judges the directory of a package before anything is done with it. Every entry has to be a folder
 // or a plain file (ZipEntryFault), and its name a relative path that stays below where it begins:
 // well-formed UTF-8 without control characters (NUL is one), no "..", no backslash, no drive
-// letter, no part longer than a file system takes, not the name of a temporary file
-// (platform/tree_writer.h). No two entries may have the same path, and none may lie below a file.
+// letter, no part longer than a file system takes, not the name of a temporary file of Unzip. No
+// two entries may have the same path, and none may lie below a file.
 //
 // True fills `paths`: the path of each entry in the order of `entries`, with "." and empty parts
 // gone and no '/' at the end; empty for a folder entry that means the target folder itself. False

@@ -54,7 +54,7 @@ class Extraction {
             !CheckPackage(m_archive.Entries(), m_paths, fault)) {
             return Fail(fault);
         }
-        if (const auto error = m_writer.Open(m_folderPath)) {
+        if (const auto error = m_writer.Open(m_folderPath, kTemporaryPrefix)) {
             return Fail("cannot be unpacked into '" + m_folderPath + "': " + error.message());
         }
         for (std::size_t i = 0; i < m_paths.size(); ++i) {
@@ -196,7 +196,7 @@ bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback ca
 
 bool RemoveTemporaryFiles(const wxFileName& folder) {
     const std::string path = AbsolutePath(folder);
-    const auto error = RemoveTemporaryFilesBelow(path);
+    const auto error = RemoveTemporaryFilesBelow(path, kTemporaryPrefix);
     if (error) {
         wxLogWarning("Temporary files in '%s' cannot be removed: %s", FromUtf8(path),
                      FromUtf8(error.message()));

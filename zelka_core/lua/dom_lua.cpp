@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
+#include <cstddef>
+#include <system_error>
 
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/dom_lua_records.h"
-#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/text.h"
 
@@ -26,115 +26,107 @@ void PushValue(lua_State* L, const CDom::Value& value) {
     }
 }
 
-// Members.
+// Members. The table at the end gives each its name.
 
-int Get(lua_State* L) {
-    const auto value = CheckDom(L, "Get").Find(CheckName(L, 2, "Get"));
-    if (value) {
-        PushValue(L, *value);
+int Get(const DomCall& call) {
+    if (const auto value = call.dom.Find(call.Name(2))) {
+        PushValue(call.L, *value);
     } else {
-        lua_pushnil(L);
+        lua_pushnil(call.L);
     }
     return 1;
 }
 
-int GetString(lua_State* L) {
-    const auto value = CheckDom(L, "GetString").Find(CheckName(L, 2, "GetString"));
-    if (value) {
-        PushText(L, ToText(*value));
+int GetString(const DomCall& call) {
+    if (const auto value = call.dom.Find(call.Name(2))) {
+        PushText(call.L, ToText(*value));
     } else {
-        lua_pushnil(L);
+        lua_pushnil(call.L);
     }
     return 1;
 }
 
-int Set(lua_State* L) {
-    CDom& dom = CheckDom(L, "Set");
-    const std::string name = CheckName(L, 2, "Set");
-    switch (lua_type(L, 3)) {
+int Set(const DomCall& call) {
+    const std::string name = call.Name(2);
+    switch (lua_type(call.L, 3)) {
         case LUA_TNIL:
-            (void)dom.SetNil(name);
+            (void)call.dom.SetNil(name);
             break;
         case LUA_TBOOLEAN:
-            (void)dom.Set(name, lua_toboolean(L, 3) != 0);
+            (void)call.dom.Set(name, lua_toboolean(call.L, 3) != 0);
             break;
         case LUA_TNUMBER:
-            (void)dom.Set(name, CheckInteger(L, 3, "Set", "value"));
+            (void)call.dom.Set(name, call.Integer(3, "value"));
             break;
         case LUA_TSTRING:
-            (void)dom.Set(name, CheckText(L, 3, "Set", "value"));
+            (void)call.dom.Set(name, call.Text(3, "value"));
             break;
         default:
-            RaiseArgument(L, "Set", "value",
-                          "must be a string, an integer, a boolean or nil" + ButGot(L, 3));
+            call.RaiseType(3, "value", "a string, an integer, a boolean or nil");
     }
     return 0;
 }
 
-int SetNil(lua_State* L) {
-    (void)CheckDom(L, "SetNil").SetNil(CheckName(L, 2, "SetNil"));
+int SetNil(const DomCall& call) {
+    (void)call.dom.SetNil(call.Name(2));
     return 0;
 }
 
-int Names(lua_State* L) {
-    const CDom& dom = CheckDom(L, "Names");
-    const std::string prefix =
-        lua_isnoneornil(L, 2) ? std::string() : CheckText(L, 2, "Names", "prefix");
-    const auto names = dom.Names(prefix);
-    lua_createtable(L, static_cast<int>(names.size()), 0);
+int Names(const DomCall& call) {
+    const auto names = call.dom.Names(call.IsGiven(2) ? call.Text(2, "prefix") : std::string());
+    lua_createtable(call.L, static_cast<int>(names.size()), 0);
     int index = 0;
     for (const std::string& name : names) {
-        PushText(L, name);
-        lua_rawseti(L, -2, ++index);
+        PushText(call.L, name);
+        lua_rawseti(call.L, -2, ++index);
     }
     return 1;
 }
 
-int ConditionRaise(lua_State* L) {
-    CDom& dom = CheckDom(L, "ConditionRaise");
-    lua_pushunsigned(L, dom.ConditionRaise(CheckName(L, 2, "ConditionRaise")));
+int ConditionRaise(const DomCall& call) {
+    lua_pushunsigned(call.L, call.dom.ConditionRaise(call.Name(2)));
     return 1;
 }
 
-DWORD CheckTimeout(lua_State* L) {
-    const std::int64_t timeout = CheckInteger(L, 2, "Wait", "timeout_ms");
+DWORD CheckTimeout(const DomCall& call) {
+    const std::int64_t timeout = call.Integer(2, "timeout_ms");
     if (timeout < -1) {
-        RaiseArgument(L, "Wait", "timeout_ms", "must be -1 (no limit), 0 or more milliseconds");
+        call.Raise("timeout_ms", "must be -1 (no limit), 0 or more milliseconds");
     }
     return timeout == -1 ? INFINITE
                          : static_cast<DWORD>(std::min<std::int64_t>(timeout, INFINITE - 1));
 }
 
 // Conditions and event handles from argument 3 on.
-std::vector<CConditionObserver::Item> CheckWaitItems(lua_State* L) {
+std::vector<CConditionObserver::Item> CheckWaitItems(const DomCall& call) {
     std::vector<CConditionObserver::Item> items;
     std::size_t handles = 0;
-    for (int i = 3; i <= lua_gettop(L); ++i) {
-        if (lua_type(L, i) == LUA_TNUMBER) {
-            items.emplace_back(static_cast<HANDLE>(CheckInteger(L, i, "Wait", "handle")));
+    for (int i = 3; i <= lua_gettop(call.L); ++i) {
+        if (lua_type(call.L, i) == LUA_TNUMBER) {
+            items.emplace_back(static_cast<HANDLE>(call.Integer(i, "handle")));
             ++handles;
-        } else if (lua_type(L, i) == LUA_TSTRING) {
-            items.emplace_back(CheckName(L, i, "Wait", "condition"));
+        } else if (lua_type(call.L, i) == LUA_TSTRING) {
+            items.emplace_back(call.Name(i, "condition"));
         } else {
-            RaiseArgument(L, "Wait", std::to_string(i - 1).c_str(),
-                          "must be a condition's name or an event handle" + ButGot(L, i));
+            call.RaiseType(i, std::to_string(i - 1).c_str(),
+                           "a condition's name or an event handle");
         }
     }
     if (handles >= MAXIMUM_WAIT_OBJECTS) {
-        RaiseArgument(L, "Wait", "handle", "stands there too often: at most 63 events at a time");
+        call.Raise("handle", "stands there too often: at most 63 events at a time");
     }
     return items;
 }
 
-int Wait(lua_State* L) {
-    CDom& dom = CheckDom(L, "Wait");
+int Wait(const DomCall& call) {
+    lua_State* L = call.L;
     CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
     if (interpreter == nullptr) {
-        return luaL_error(L, "dom:Wait: this Lua state does not belong to the agent");
+        return luaL_error(L, "%s: this Lua state does not belong to the agent", call.Member());
     }
-    const DWORD timeout = interpreter->IsClosing() ? 0 : CheckTimeout(L);
-    const auto items = CheckWaitItems(L);
-    CConditionObserver& observer = interpreter->Observer(dom.Conditions());
+    const DWORD timeout = interpreter->IsClosing() ? 0 : CheckTimeout(call);
+    const auto items = CheckWaitItems(call);
+    CConditionObserver& observer = interpreter->Observer(call.dom.Conditions());
     const auto result = [&] {
         const CLuaStateLock::GiveBack giveBack(interpreter->Lock());
         return observer.Wait(items, timeout);
@@ -149,44 +141,41 @@ int Wait(lua_State* L) {
         case CConditionObserver::Result::Kind::kFailed:
             break;
     }
-    return luaL_error(L,
-                      result.error == EBADF
-                          ? "dom:Wait: one of the handles is not that of an open event"
-                          : "dom:Wait: the system refused to wait (error %d)",
-                      static_cast<int>(result.error));
+    if (result.error == std::errc::bad_file_descriptor) {
+        return luaL_error(L, "%s: one of the handles is not that of an open event", call.Member());
+    }
+    return luaL_error(L, "%s: the system refused to wait: %s", call.Member(),
+                      result.error.message().c_str());
 }
 
-int EventSet(lua_State* L) {
-    (void)CheckDom(L, "EventSet");
-    lua_pushboolean(L, SetEvent(static_cast<HANDLE>(CheckInteger(L, 2, "EventSet", "handle"))));
+int EventSet(const DomCall& call) {
+    const auto event = static_cast<HANDLE>(call.Integer(2, "handle"));
+    lua_pushboolean(call.L, !SetEvent(event));
     return 1;
 }
 
-int GetPluginFile(lua_State* L) {
-    const CDom& dom = CheckDom(L, "GetPluginFile");
-    const std::string plugin = CheckPlainName(L, 2, "GetPluginFile", "plugin");
-    PushText(L, dom.GetPluginFile(plugin, CheckPlainName(L, 3, "GetPluginFile", "file")));
+int GetPluginFile(const DomCall& call) {
+    const std::string plugin = call.PlainName(2, "plugin");
+    PushText(call.L, call.dom.GetPluginFile(plugin, call.PlainName(3, "file")));
     return 1;
 }
 
-int GetPluginWorkdir(lua_State* L) {
-    const CDom& dom = CheckDom(L, "GetPluginWorkdir");
-    const std::string plugin = CheckPlainName(L, 2, "GetPluginWorkdir", "plugin");
-    PushText(L, ToUtf8(dom.GetPluginWorkdirWx(FromUtf8(plugin))));
+int GetPluginWorkdir(const DomCall& call) {
+    const wxString plugin = FromUtf8(call.PlainName(2, "plugin"));
+    PushText(call.L, ToUtf8(call.dom.GetPluginWorkdirWx(plugin)));
     return 1;
 }
 
 // The framework's log functions would end the text at a null.
-wxString CheckLogText(lua_State* L, int index, const char* member) {
-    std::string text = CheckText(L, index, member, "text");
+wxString CheckLogText(const DomCall& call, int index) {
+    std::string text = call.Text(index, "text");
     std::replace(text.begin(), text.end(), '\0', '?');
     return FromUtf8(text);
 }
 
-int Log(lua_State* L) {
-    (void)CheckDom(L, "Log");
-    const std::string level = CheckName(L, 2, "Log", "level");
-    const wxString text = CheckLogText(L, 3, "Log");
+int Log(const DomCall& call) {
+    const std::string level = call.Name(2, "level");
+    const wxString text = CheckLogText(call, 3);
     if (level == "error") {
         wxLogError("%s", text);
     } else if (level == "warning") {
@@ -194,36 +183,83 @@ int Log(lua_State* L) {
     } else if (level == "verbose") {
         wxLogVerbose("%s", text);
     } else {
-        RaiseArgument(L, "Log", "level",
-                      "must be 'error', 'warning' or 'verbose', but it is '" + level + "'");
+        call.Raise("level", "must be 'error', 'warning' or 'verbose', but it is '" + level + "'");
     }
     return 0;
 }
 
-int LogTraceMember(lua_State* L) {
-    (void)CheckDom(L, "LogTrace");
-    const wxString module = FromUtf8(CheckName(L, 2, "LogTrace", "module"));
-    const wxString text = CheckLogText(L, 3, "LogTrace");
+int WriteTrace(const DomCall& call) {
+    const wxString module = FromUtf8(call.Name(2, "module"));
+    const wxString text = CheckLogText(call, 3);
     if (!LogTraceIsEnabled(module)) {
         return 0;
     }
     lua_Debug caller = {};
-    if (lua_getstack(L, 1, &caller)) {
-        lua_getinfo(L, "nSl", &caller);
+    if (lua_getstack(call.L, 1, &caller)) {
+        lua_getinfo(call.L, "nSl", &caller);
     }
     LogTrace(module, caller.short_src, caller.currentline,
              caller.name != nullptr ? caller.name : "chunk", text);
     return 0;
 }
 
-int LogTraceIsEnabledMember(lua_State* L) {
-    (void)CheckDom(L, "LogTraceIsEnabled");
-    const std::string module = CheckName(L, 2, "LogTraceIsEnabled", "module");
-    lua_pushboolean(L, LogTraceIsEnabled(FromUtf8(module)));
+int IsTraceEnabled(const DomCall& call) {
+    lua_pushboolean(call.L, LogTraceIsEnabled(FromUtf8(call.Name(2, "module"))));
     return 1;
 }
 
+// "dom:" and the name of a member, as an argument of a template.
+template <std::size_t N>
+struct MemberName {
+    consteval MemberName(const char (&name)[N]) {  // NOLINT(google-explicit-constructor)
+        std::copy_n("dom:", kObjectLength, text);
+        std::copy_n(name, N, text + kObjectLength);
+    }
+    static constexpr std::size_t kObjectLength = 4;
+    char text[kObjectLength + N];
+};
+
+// The row of a member: its name as Lua has it, and the function that Lua calls.
+struct MemberRow {
+    const char* name;
+    lua_CFunction function;
+};
+
+template <MemberName name, DomMember member>
+constexpr MemberRow Row() {
+    return {name.text + name.kObjectLength, [](lua_State* L) {
+                return CallGuarded(
+                    L, [](lua_State* state) { return member(DomCall(state, name.text)); });
+            }};
+}
+
+constexpr MemberRow kMembers[] = {
+    Row<"Get", Get>(),
+    Row<"GetString", GetString>(),
+    Row<"Set", Set>(),
+    Row<"SetNil", SetNil>(),
+    Row<"Names", Names>(),
+    Row<"ConditionRaise", ConditionRaise>(),
+    Row<"Wait", Wait>(),
+    Row<"EventSet", EventSet>(),
+    Row<"GetPluginFile", GetPluginFile>(),
+    Row<"GetPluginWorkdir", GetPluginWorkdir>(),
+    Row<"SettingStore", SettingStore>(),
+    Row<"SettingRetrieve", SettingRetrieve>(),
+    Row<"SettingRemove", SettingRemove>(),
+    Row<"AgentEventWrite", AgentEventWrite>(),
+    Row<"AgentEvents", AgentEvents>(),
+    Row<"Log", Log>(),
+    Row<"LogTrace", WriteTrace>(),
+    Row<"LogTraceIsEnabled", IsTraceEnabled>(),
+};
+
 }  // namespace
+
+DomCall::DomCall(lua_State* state, const char* member)
+    : LuaCall(state, member),
+      dom(*static_cast<CDom*>(SLB3::internal::CheckObject(state, 1, kDomClass, member))) {
+}
 
 bool IsSecretName(const std::string& name) {
     std::string lower = name;
@@ -236,23 +272,7 @@ bool IsSecretName(const std::string& name) {
 }  // namespace ZelkaCore
 
 void SLB3::Wrapper<ZelkaCore::CDom>::Register(internal::Class<ZelkaCore::CDom>& definition) {
-    using namespace ZelkaCore;
-    definition.Member("Get", Guarded<Get>)
-        .Member("GetString", Guarded<GetString>)
-        .Member("Set", Guarded<Set>)
-        .Member("SetNil", Guarded<SetNil>)
-        .Member("Names", Guarded<Names>)
-        .Member("ConditionRaise", Guarded<ConditionRaise>)
-        .Member("Wait", Guarded<Wait>)
-        .Member("EventSet", Guarded<EventSet>)
-        .Member("GetPluginFile", Guarded<GetPluginFile>)
-        .Member("GetPluginWorkdir", Guarded<GetPluginWorkdir>)
-        .Member("SettingStore", Guarded<SettingStore>)
-        .Member("SettingRetrieve", Guarded<SettingRetrieve>)
-        .Member("SettingRemove", Guarded<SettingRemove>)
-        .Member("AgentEventWrite", Guarded<AgentEventWrite>)
-        .Member("AgentEvents", Guarded<AgentEvents>)
-        .Member("Log", Guarded<Log>)
-        .Member("LogTrace", Guarded<LogTraceMember>)
-        .Member("LogTraceIsEnabled", Guarded<LogTraceIsEnabledMember>);
+    for (const auto& [name, function] : ZelkaCore::kMembers) {
+        definition.Member(name, function);
+    }
 }

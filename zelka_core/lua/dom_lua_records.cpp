@@ -3,8 +3,8 @@
 #include <limits>
 #include <optional>
 
-#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/store/agent_database.h"
 #include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
 
@@ -22,44 +22,43 @@ auto WithoutLua(lua_State* L, const Work& work) {
     return work();
 }
 
-int CheckInt(lua_State* L, int index, const char* argument) {
-    const std::int64_t number = CheckInteger(L, index, "AgentEventWrite", argument);
+int CheckInt(const DomCall& call, int index, const char* argument) {
+    const std::int64_t number = call.Integer(index, argument);
     if (number < std::numeric_limits<int>::min() || number > std::numeric_limits<int>::max()) {
-        RaiseArgument(L, "AgentEventWrite", argument, "must be an integer of 32 bits");
+        call.Raise(argument, "must be an integer of 32 bits");
     }
     return static_cast<int>(number);
 }
 
 // A log level's number, or a severity's name.
-CAgentEvent::_EventSeverity CheckSeverity(lua_State* L, int index) {
-    if (lua_type(L, index) == LUA_TSTRING) {
-        const auto severity =
-            CAgentEvent::SeverityFromName(CheckText(L, index, "AgentEventWrite", "severity"));
-        if (severity) {
+CAgentEvent::_EventSeverity CheckSeverity(const DomCall& call, int index) {
+    if (lua_type(call.L, index) == LUA_TSTRING) {
+        if (const auto severity = CAgentEvent::SeverityFromName(call.Text(index, "severity"))) {
             return *severity;
         }
-    } else if (const int level = CheckInt(L, index, "severity"); level >= 0) {
+    } else if (const int level = CheckInt(call, index, "severity"); level >= 0) {
         return CAgentEvent::ToSeverity(static_cast<unsigned long>(level));
     }
-    RaiseArgument(L, "AgentEventWrite", "severity",
-                  "must be 'fatal', 'error', 'warning', 'notice', 'info', 'debug' or a level of 0 "
-                  "or more");
+    call.Raise("severity",
+               "must be 'fatal', 'error', 'warning', 'notice', 'info', 'debug' or a level of 0 or "
+               "more");
 }
 
-CAgentEvent CheckEvent(lua_State* L, int index) {
+CAgentEvent CheckEvent(const DomCall& call, int index) {
+    lua_State* L = call.L;
     if (!lua_istable(L, index)) {
-        RaiseArgument(L, "AgentEventWrite", "event", "must be a table" + ButGot(L, index));
+        call.RaiseType(index, "event", "a table");
     }
     CAgentEvent event;
     lua_getfield(L, index, "code");
-    event.SetEventCode(CheckInt(L, -1, "code"));
+    event.SetEventCode(CheckInt(call, lua_gettop(L), "code"));
     lua_getfield(L, index, "severity");
-    event.SetSeverity(CheckSeverity(L, lua_gettop(L)));
+    event.SetSeverity(CheckSeverity(call, lua_gettop(L)));
     lua_getfield(L, index, "data");
-    if (!lua_isnil(L, -1)) {
-        const std::string data = CheckText(L, -1, "AgentEventWrite", "data");
+    if (call.IsGiven(-1)) {
+        const std::string data = call.Text(lua_gettop(L), "data");
         if (!IsValidUtf8(data)) {
-            RaiseArgument(L, "AgentEventWrite", "data", "must be UTF-8");
+            call.Raise("data", "must be UTF-8");
         }
         event.SetData(FromUtf8(data));
     }
@@ -87,48 +86,43 @@ void PushEvent(lua_State* L, const StoredAgentEvent& stored) {
 
 }  // namespace
 
-int SettingStore(lua_State* L) {
-    CDom& dom = CheckDom(L, "SettingStore");
-    const std::string name = CheckName(L, 2, "SettingStore");
-    const std::string value = CheckText(L, 3, "SettingStore", "value");
-    lua_pushboolean(L, WithoutLua(L, [&] { return dom.SettingStore(name, value); }));
+int SettingStore(const DomCall& call) {
+    const std::string name = call.Name(2);
+    const std::string value = call.Text(3, "value");
+    const bool isStored = WithoutLua(call.L, [&] { return call.dom.SettingStore(name, value); });
+    lua_pushboolean(call.L, isStored);
     return 1;
 }
 
-int SettingRetrieve(lua_State* L) {
-    CDom& dom = CheckDom(L, "SettingRetrieve");
-    const std::string name = CheckName(L, 2, "SettingRetrieve");
+int SettingRetrieve(const DomCall& call) {
+    const std::string name = call.Name(2);
     std::string value;
-    if (WithoutLua(L, [&] { return dom.SettingRetrieve(name, value); })) {
-        PushText(L, value);
+    if (WithoutLua(call.L, [&] { return call.dom.SettingRetrieve(name, value); })) {
+        PushText(call.L, value);
     } else {
-        lua_pushnil(L);
+        lua_pushnil(call.L);
     }
     return 1;
 }
 
-int SettingRemove(lua_State* L) {
-    CDom& dom = CheckDom(L, "SettingRemove");
-    const std::string name = CheckName(L, 2, "SettingRemove");
-    lua_pushboolean(L, WithoutLua(L, [&] { return dom.SettingRemove(name); }));
+int SettingRemove(const DomCall& call) {
+    const std::string name = call.Name(2);
+    lua_pushboolean(call.L, WithoutLua(call.L, [&] { return call.dom.SettingRemove(name); }));
     return 1;
 }
 
-int AgentEventWrite(lua_State* L) {
-    CDom& dom = CheckDom(L, "AgentEventWrite");
-    CAgentEvent event = CheckEvent(L, 2);
-    lua_pushboolean(L, WithoutLua(L, [&] { return dom.TryAgentEventWrite(event); }));
+int AgentEventWrite(const DomCall& call) {
+    const CAgentEvent event = CheckEvent(call, 2);
+    lua_pushboolean(call.L, WithoutLua(call.L, [&] { return call.dom.TryAgentEventWrite(event); }));
     return 1;
 }
 
-int AgentEvents(lua_State* L) {
-    CDom& dom = CheckDom(L, "AgentEvents");
-    const std::int64_t after =
-        lua_isnoneornil(L, 2) ? 0 : CheckInteger(L, 2, "AgentEvents", "after_id");
-    const std::int64_t limit = lua_isnoneornil(L, 3) ? AgentDatabase::kNoLimit
-                                                     : CheckInteger(L, 3, "AgentEvents", "limit");
+int AgentEvents(const DomCall& call) {
+    lua_State* L = call.L;
+    const std::int64_t after = call.IsGiven(2) ? call.Integer(2, "after_id") : 0;
+    const std::int64_t limit = call.IsGiven(3) ? call.Integer(3, "limit") : AgentDatabase::kNoLimit;
     std::vector<StoredAgentEvent> events;
-    if (!WithoutLua(L, [&] { return dom.AgentEvents(after, limit, events); })) {
+    if (!WithoutLua(L, [&] { return call.dom.AgentEvents(after, limit, events); })) {
         lua_pushnil(L);
         return 1;
     }

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <lua.hpp>
+#include "zelka_core/lua/dom_lua.h"
 
 // The members of `dom` for what outlives the process: settings and agent events. The Lua state is
 // given back while the database works.
 
 namespace ZelkaCore {
 
-int SettingStore(lua_State* L);
-int SettingRetrieve(lua_State* L);
-int SettingRemove(lua_State* L);
-int AgentEventWrite(lua_State* L);
-int AgentEvents(lua_State* L);
+int SettingStore(const DomCall& call);
+int SettingRetrieve(const DomCall& call);
+int SettingRemove(const DomCall& call);
+int AgentEventWrite(const DomCall& call);
+int AgentEvents(const DomCall& call);
 
 }  // namespace ZelkaCore

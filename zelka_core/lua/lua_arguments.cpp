@@ -3,68 +3,61 @@
 #include <cmath>
 #include <exception>
 
-#include "slb3/slb3.h"
-#include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/store/dom.h"
 
 namespace ZelkaCore {
 
-void RaiseArgument(lua_State* L, const char* member, const char* argument,
-                   const std::string& problem) {
-    luaL_error(L, "dom:%s: argument '%s' %s", member, argument, problem.c_str());
+void LuaCall::Raise(const char* argument, const std::string& problem) const {
+    luaL_error(L, "%s: argument '%s' %s", m_member, argument, problem.c_str());
     std::terminate();  // luaL_error does not return
 }
 
-std::string ButGot(lua_State* L, int index) {
-    return lua_isnone(L, index) ? ", but it is missing"
-                                : std::string(", but it is a ") + luaL_typename(L, index);
+void LuaCall::RaiseType(int index, const char* argument, const std::string& wanted) const {
+    const std::string found =
+        lua_isnone(L, index) ? "missing" : std::string("a ") + luaL_typename(L, index);
+    Raise(argument, "must be " + wanted + ", but it is " + found);
 }
 
-std::string CheckText(lua_State* L, int index, const char* member, const char* argument) {
+std::string LuaCall::Text(int index, const char* argument) const {
     if (lua_type(L, index) != LUA_TSTRING) {
-        RaiseArgument(L, member, argument, "must be a string" + ButGot(L, index));
+        RaiseType(index, argument, "a string");
     }
     std::size_t size = 0;
     const char* text = lua_tolstring(L, index, &size);
     return {text, size};
 }
 
-std::string CheckName(lua_State* L, int index, const char* member, const char* argument) {
-    std::string name = CheckText(L, index, member, argument);
+std::string LuaCall::Name(int index, const char* argument) const {
+    std::string name = Text(index, argument);
     if (name.empty()) {
-        RaiseArgument(L, member, argument, "must not be empty");
+        Raise(argument, "must not be empty");
     }
     return name;
 }
 
-std::int64_t CheckInteger(lua_State* L, int index, const char* member, const char* argument) {
+std::string LuaCall::PlainName(int index, const char* argument) const {
+    std::string name = Name(index, argument);
+    if (!IsPlainName(name)) {
+        Raise(argument, "must be a plain name without a folder");
+    }
+    return name;
+}
+
+std::int64_t LuaCall::Integer(int index, const char* argument) const {
     if (lua_type(L, index) != LUA_TNUMBER) {
-        RaiseArgument(L, member, argument, "must be an integer" + ButGot(L, index));
+        RaiseType(index, argument, "an integer");
     }
     const double number = lua_tonumber(L, index);
     constexpr double kBeyond = 9223372036854775808.0;  // 2 to the power of 63
     if (std::floor(number) != number || number < -kBeyond || number >= kBeyond) {
-        RaiseArgument(L, member, argument,
-                      std::string("must be an integer of at most 64 bits, but it is ") +
-                          lua_tostring(L, index));
+        Raise(argument, std::string("must be an integer of at most 64 bits, but it is ") +
+                            lua_tostring(L, index));
     }
     return static_cast<std::int64_t>(number);
 }
 
 void PushText(lua_State* L, const std::string& text) {
     lua_pushlstring(L, text.data(), text.size());
-}
-
-std::string CheckPlainName(lua_State* L, int index, const char* member, const char* argument) {
-    std::string name = CheckName(L, index, member, argument);
-    if (!IsPlainName(name)) {
-        RaiseArgument(L, member, argument, "must be a plain name without a folder");
-    }
-    return name;
-}
-
-CDom& CheckDom(lua_State* L, const char* member) {
-    const std::string name = std::string("dom:") + member;
-    return *static_cast<CDom*>(SLB3::internal::CheckObject(L, 1, kDomClass, name.c_str()));
 }
 
 int CallGuarded(lua_State* L, lua_CFunction function) {

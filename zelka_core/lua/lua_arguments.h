@@ -4,42 +4,44 @@
 #include <lua.hpp>
 #include <string>
 
-#include "zelka_core/store/dom.h"
-
-// What the members of `dom` take from Lua and give back. Each check raises a Lua error that names
-// the member and the argument: "dom:Get: argument 'name' must be a string, but it is missing".
-
 namespace ZelkaCore {
 
-// The store at argument 1.
-CDom& CheckDom(lua_State* L, const char* member);
+// One call of a member from Lua, and what it takes. Each check raises a Lua error that names the
+// member and the argument: "dom:Get: argument 'name' must be a string, but it is missing".
+class LuaCall {
+  public:
+    // `member` is the name with that of its object, "dom:Get", and outlives the call.
+    LuaCall(lua_State* state, const char* member) : L(state), m_member(member) {}
 
-std::string CheckText(lua_State* L, int index, const char* member, const char* argument);
+    lua_State* const L;
 
-// A text that is not empty.
-std::string CheckName(lua_State* L, int index, const char* member, const char* argument = "name");
+    [[nodiscard]] const char* Member() const { return m_member; }
+    [[nodiscard]] bool IsGiven(int index) const { return !lua_isnoneornil(L, index); }
 
-// A name that IsPlainName accepts.
-std::string CheckPlainName(lua_State* L, int index, const char* member, const char* argument);
+    [[nodiscard]] std::string Text(int index, const char* argument) const;
 
-// A number without a fraction, of 64 bits with its sign.
-std::int64_t CheckInteger(lua_State* L, int index, const char* member, const char* argument);
+    // A text that is not empty.
+    [[nodiscard]] std::string Name(int index, const char* argument = "name") const;
 
-// Raises the error. `problem` completes the sentence "argument '...' ".
-[[noreturn]] void RaiseArgument(lua_State* L, const char* member, const char* argument,
-                                const std::string& problem);
+    // A name that IsPlainName accepts.
+    [[nodiscard]] std::string PlainName(int index, const char* argument) const;
 
-// ", but it is missing" or ", but it is a table": what stands at the index.
-std::string ButGot(lua_State* L, int index);
+    // A number without a fraction, of 64 bits with its sign.
+    [[nodiscard]] std::int64_t Integer(int index, const char* argument) const;
+
+    // Raises the error. `problem` completes the sentence "argument '...' ".
+    [[noreturn]] void Raise(const char* argument, const std::string& problem) const;
+
+    // Raises it for an argument of another type: "must be ..., but it is a table", or missing.
+    [[noreturn]] void RaiseType(int index, const char* argument, const std::string& wanted) const;
+
+  private:
+    const char* const m_member;
+};
 
 void PushText(lua_State* L, const std::string& text);
 
 // Calls a function that may throw; a C++ exception becomes a Lua error with its text.
 int CallGuarded(lua_State* L, lua_CFunction function);
-
-template <lua_CFunction function>
-int Guarded(lua_State* L) {
-    return CallGuarded(L, function);
-}
 
 }  // namespace ZelkaCore

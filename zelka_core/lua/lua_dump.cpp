@@ -5,9 +5,7 @@
 
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/dom_lua.h"
-#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_patch.h"
-#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -134,7 +132,7 @@ void DumpVariables(const CDom& dom) {
 }
 
 int Dump(lua_State* L) {
-    const CDom& dom = CheckDom(L, "DumpAllLua");
+    const DomCall call(L, "dom:DumpAllLua");
     const DumpOptions options{.locals = lua_toboolean(L, 3) != 0,
                               .tracebacks = lua_toboolean(L, 4) != 0,
                               .variables = lua_toboolean(L, 5) != 0};
@@ -144,7 +142,7 @@ int Dump(lua_State* L) {
         DumpThreads(L, options);
     }
     if (options.variables) {
-        DumpVariables(dom);
+        DumpVariables(call.dom);
     }
     return 0;
 }

@@ -20,12 +20,6 @@ class Exception;
 
 namespace ZelkaCore {
 
-struct StoredAgentEvent {
-    // Counts up from 1 and is never used twice in one database.
-    std::int64_t id = 0;
-    CAgentEvent event;
-};
-
 // The agent's persisted settings and its events, in one SQLite file.
 //
 // The file, mode 0600, and what is missing of its folder, mode 0700, are made by the first write;

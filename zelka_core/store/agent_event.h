@@ -69,4 +69,10 @@ class CAgentEvent {
     wxString m_data;
 };
 
+struct StoredAgentEvent {
+    // Counts up from 1 and is never used twice in one database.
+    std::int64_t id = 0;
+    CAgentEvent event;
+};
+
 }  // namespace ZelkaCore

@@ -1,7 +1,5 @@
 #include "zelka_core/store/conditions.h"
 
-#include "platform/error.h"
-
 #include <algorithm>
 #include <system_error>
 #include <utility>
@@ -19,6 +17,14 @@ DWORD TimeLeft(const std::optional<Clock::time_point>& deadline) {
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
     return static_cast<DWORD>(std::clamp<std::int64_t>(left.count(), 0, INFINITE - 1));
+}
+
+HANDLE MakeWakeEvent() {
+    HANDLE event = 0;
+    if (const auto error = CreateEventW(false, false, event)) {
+        throw std::system_error(error, "no event to wait with");
+    }
+    return event;
 }
 
 }  // namespace
@@ -55,11 +61,7 @@ std::uint64_t CConditions::Raises(const std::string& name) const {
 }
 
 CConditionObserver::CConditionObserver(CConditions& conditions)
-    : m_conditions(conditions), m_wake(CreateEventW(nullptr, false, false, nullptr)) {
-    if (!m_wake.IsValid()) {
-        throw std::system_error(static_cast<int>(GetLastError()), std::generic_category(),
-                                "no event to wait with");
-    }
+    : m_conditions(conditions), m_wake(MakeWakeEvent()) {
 }
 
 CConditionObserver::Result CConditionObserver::Wait(const std::vector<Item>& items,
@@ -93,7 +95,7 @@ CConditionObserver::Result CConditionObserver::WaitUntil(const std::vector<Item>
         const Result result =
             WaitForHandles(items, raised.value_or(items.size()), raised ? 0 : TimeLeft(deadline));
         if (result.kind == Result::Kind::kTimeout && raised) {
-            return {Result::Kind::kFired, *raised, 0};
+            return {Result::Kind::kFired, *raised, {}};
         }
         const bool onlyWoken = result.kind == Result::Kind::kFired && result.index == items.size();
         if (!onlyWoken) {
@@ -127,15 +129,14 @@ CConditionObserver::Result CConditionObserver::WaitForHandles(const std::vector<
     }
     handles.push_back(m_wake.Get());
     indices.push_back(items.size());
-    const DWORD answer = WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(),
-                                                false, timeoutMs);
-    if (answer == WAIT_FAILED) {
-        return {Result::Kind::kFailed, 0, GetLastError()};
+    DWORD answer = WAIT_TIMEOUT;
+    if (const auto error = WaitForMultipleObjects(handles, timeoutMs, answer)) {
+        return {Result::Kind::kFailed, 0, error};
     }
     if (answer == WAIT_TIMEOUT) {
-        return {Result::Kind::kTimeout, 0, 0};
+        return {Result::Kind::kTimeout, 0, {}};
     }
-    return {Result::Kind::kFired, indices[answer - WAIT_OBJECT_0], 0};
+    return {Result::Kind::kFired, indices[answer - WAIT_OBJECT_0], {}};
 }
 
 }  // namespace ZelkaCore

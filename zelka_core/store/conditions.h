@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <variant>
 #include <vector>
 
@@ -58,11 +59,11 @@ class CConditionObserver {
 
     struct Result {
         enum class Kind { kFired, kTimeout, kFailed } kind;
-        std::size_t index;  // of the item that fired
-        DWORD error;        // why the wait failed; EBADF: one of the handles is not an open event
+        std::size_t index;      // of the item that fired
+        std::error_code error;  // why the wait failed; EBADF: a handle is not that of an open event
     };
 
-    // `conditions` has to outlive the observer.
+    // `conditions` has to outlive the observer. Throws std::system_error without a descriptor left.
     explicit CConditionObserver(CConditions& conditions);
 
     // Waits for `timeoutMs` milliseconds at most (INFINITE: without limit) until one of the items

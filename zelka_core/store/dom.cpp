@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "zelka_core/log/trace.h"
+#include "zelka_core/store/agent_database.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -31,6 +32,7 @@ CDom* CDom::New(const char* name, CDom* parent, bool* created, bool shared) {
     return root ? new CDom : nullptr;
 }
 
+CDom::CDom() = default;
 CDom::~CDom() = default;
 
 std::string CDom::Get(const std::string& name) const {

@@ -11,12 +11,15 @@
 #include <vector>
 
 #include "zelka_core/mutex.h"
-#include "zelka_core/store/agent_database.h"
 #include "zelka_core/store/conditions.h"
 
 struct lua_State;
 
 namespace ZelkaCore {
+
+class AgentDatabase;
+class CAgentEvent;
+struct StoredAgentEvent;
 
 // The domain store: the one object through which the host and the Lua application share state. It
 // holds named variables, carries named conditions and knows where plug-ins keep their files.
@@ -99,7 +102,7 @@ class CDom {
     static int DumpAllLua(lua_State* L);
 
   protected:
-    CDom() = default;
+    CDom();
 
   private:
     bool Write(const std::string& name, Value value);

@@ -3,7 +3,6 @@
 #include <wx/log.h>
 
 #include "platform/crash.h"
-#include "platform/error.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -19,9 +18,9 @@ std::int32_t WriteDumpOfFault(EXCEPTION_POINTERS* fault) {
 
 void InitCrashHandler(const wxString& dumpFile, const wxString& appName, bool fullDump) {
     (void)SetUnhandledExceptionFilter(nullptr);
-    if (!PrepareCrashDump({ToUtf8(dumpFile), ToUtf8(appName), fullDump})) {
+    if (const auto error = PrepareCrashDump({ToUtf8(dumpFile), ToUtf8(appName), fullDump})) {
         wxLogWarning("Crash dumps cannot be written to '%s': %s", dumpFile,
-                     wxSysErrorMsgStr(GetLastError()));
+                     FromUtf8(error.message()));
         return;
     }
     (void)SetUnhandledExceptionFilter(WriteDumpOfFault);

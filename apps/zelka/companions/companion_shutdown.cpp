@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "apps/zelka/zelka.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/system/processes.h"
 
 namespace {

@@ -8,7 +8,10 @@
 
 #include "apps/zelka/zelka.h"
 #include "platform/move_file.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
+
+using ZelkaCore::ToUtf8;
 
 void CAgentApp::CheckOldWebServer() {
     const wxString binPrefix = m_pDom->GetWxString("app.path.bin").Lower();
@@ -29,21 +32,23 @@ bool CAgentApp::RenameLockedFile(const wxString& name) {
     }
     const wxString path = file.GetFullPath();
     const wxString oldPath = path + ".old";
-    if (!MoveFileExW(path.wc_str(), oldPath.wc_str(), MOVEFILE_REPLACE_EXISTING)) {
-        wxLogWarning("Unable to rename %s to %s. GetLastError(%d).", path, oldPath,
-                     static_cast<int>(GetLastError()));
+    auto error = MoveFileExW(ToUtf8(path), ToUtf8(oldPath), MOVEFILE_REPLACE_EXISTING);
+    if (error) {
+        wxLogWarning("Unable to rename %s to %s. GetLastError(%d).", path, oldPath, error.value());
         return false;
     }
-    if (!MoveFileExW(oldPath.wc_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT)) {
+    error = MoveFileExW(ToUtf8(oldPath), "", MOVEFILE_DELAY_UNTIL_REBOOT);
+    if (error) {
         wxLogWarning("Unable to delete %s when system restart. GetLastError(%d).", oldPath,
-                     static_cast<int>(GetLastError()));
+                     error.value());
     }
     return true;
 }
 
 void DeleteFilesMovedAside(const wxString& folder) {
-    for (const std::string& problem :
-         DeletePendingFiles(ZelkaCore::ToUtf8(folder), CurrentBootId())) {
+    std::string bootId;
+    (void)CurrentBootId(bootId);  // without one nothing is deleted, which is told below
+    for (const std::string& problem : DeletePendingFiles(ToUtf8(folder), bootId)) {
         wxLogWarning("%s", ZelkaCore::FromUtf8(problem));
     }
 }

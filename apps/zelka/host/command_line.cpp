@@ -1,12 +1,14 @@
 // The command line: its options, and what they say of identity, run mode and Lua search paths.
 
 #include <wx/cmdline.h>
+#include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/tokenzr.h>
 
 #include "apps/zelka/host/brand.h"
 #include "apps/zelka/host/path_templates.h"
 #include "apps/zelka/zelka.h"
+#include "zelka_core/store/dom.h"
 
 namespace {
 
@@ -66,6 +68,7 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser) {
     }
     SettleWorkdir(parser, executable);
     TakeRemainingOptions(parser);
+    OpenLog();
     OpenConfiguration();
     return wxAppBase::OnCmdLineParsed(parser);
 }

@@ -1,14 +1,15 @@
-// The instance's home and configuration: working folder, ini files, and the options that go with
-// them.
+// The instance's log and configuration: ini files, and the options that go with them.
 
 #include <wx/cmdline.h>
 #include <wx/fileconf.h>
+#include <wx/filename.h>
 #include <wx/log.h>
 
 #include <cstdio>
 
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/log_file.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/store/sqlite_database.h"
 #include "zelka_core/text.h"
 
@@ -57,6 +58,9 @@ void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
     if (parser.Found("test")) {
         (void)m_pDom->Set("app.mode.unittest", true);
     }
+}
+
+void CAgentApp::OpenLog() {
     (void)ZelkaCore::OpenLogFile(m_pDom->GetWxString("app.path.work") + "/log",
                                  m_pDom->GetWxString("app.log.name"));
 }

@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 #include <openssl/provider.h>
 #include <wx/file.h>
+#include <wx/filename.h>
 #include <wx/log.h>
 
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include "platform/fips.h"
 #include "platform/regkey.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 using ZelkaCore::ToUtf8;

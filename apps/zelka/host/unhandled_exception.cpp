@@ -59,7 +59,7 @@ void CAgentApp::OnUnhandledException() {
 // The way out of the main loop leads past the application's thread, which has to end first: so the
 // log says at once why the agent is about to end. A stored exception comes here twice.
 bool CAgentApp::OnExceptionInMainLoop() {
-    if (!std::exchange(m_bExceptionTold, true)) {
+    if (!std::exchange(m_bExceptionReported, true)) {
         wxLogError("Unhandled %s in the main loop; the agent ends with its application",
                    DescribeCurrentException());
     }

@@ -12,6 +12,7 @@
 
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/system/secure_path.h"
 #include "zelka_core/text.h"
 

@@ -6,7 +6,7 @@
 #include <wx/log.h>
 
 #include "apps/zelka/plugins/plugin_type.h"
-#include "platform/service_progress.h"
+#include "platform/service.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"

@@ -11,10 +11,11 @@
 #include "apps/zelka/plugins/relay_conflict.h"
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
-#include "platform/service_progress.h"
+#include "platform/service.h"
 #include "zelka_core/archive/unzip.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 namespace {
@@ -39,7 +40,7 @@ void DeleteIfAny(const wxString& file) {
 
 // The flag, a key of the registry, stops this one round: all packages go, and the flag with them.
 // Without it only packages of the agent's own core go.
-void ApplyUpgradeException(const wxString& bin) {
+void DeleteUnwantedPackages(const wxString& bin) {
     wxRegKey software(wxRegKey::HKLM, "Software");
     if (!software.Open(wxRegKey::Read) || !software.HasSubKey(kUpgradeFlag)) {
         DeleteAll(ListFiles(bin, kCorePackages));
@@ -101,7 +102,7 @@ void CAgentApp::InstallNewPlugins() {
     const wxFileName binDir(m_pDom->GetWxString("app.path.bin"), wxString());
     const wxString bin = binDir.GetPath(wxPATH_GET_VOLUME);
 
-    ApplyUpgradeException(bin);
+    DeleteUnwantedPackages(bin);
     DeleteConflictingRelays(bin);
 
     bool anyReported = false;

@@ -4,8 +4,9 @@
 
 #include "apps/zelka/companions/locked_files.h"
 #include "apps/zelka/zelka.h"
-#include "platform/service_progress.h"
+#include "platform/service.h"
 #include "zelka_core/archive/unzip.h"
+#include "zelka_core/store/dom.h"
 
 void CAgentApp::MaintainPlugins() {
     const wxString bin = m_pDom->GetWxString("app.path.bin");
@@ -17,5 +18,5 @@ void CAgentApp::MaintainPlugins() {
     (void)ZelkaCore::RemoveTemporaryFiles(wxFileName(bin, wxString()));
     UninstallOldPlugins();
     InstallNewPlugins();
-    ReportServiceProgress("init");
+    ReportServiceProgress("");
 }

@@ -8,10 +8,11 @@
 
 #include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/zelka.h"
-#include "platform/service_progress.h"
+#include "platform/service.h"
 #include "zelka_core/archive/unzip.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/dom.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "apps/zelka/script/script_output.h"
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/lua/lua_interpreter.h"
 
 using ZelkaCore::CLuaStateLock;
 

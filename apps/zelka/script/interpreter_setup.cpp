@@ -10,7 +10,9 @@
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/lua_arguments.h"
+#include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/lua_patch.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 using ZelkaCore::CDom;

@@ -9,6 +9,7 @@
 #include "apps/zelka/script/semicolon_list.h"
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/store/dom.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // What the script thread does from its first to its last step.
 
-#include <wx/log.h>
-
 #include "apps/zelka/service/service_entries.h"
 #include "apps/zelka/zelka.h"
 #include "platform/crash.h"
 #include "platform/service.h"
+#include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/store/dom.h"
 
 int CAgentApp::OnRunScript() {
     if (m_bBackground) {
@@ -32,13 +32,12 @@ bool CAgentApp::BecomeService(int& result) {
     static constexpr SERVICE_TABLE_ENTRYW kServices[] = {{L"", ServiceMainEntry},
                                                          {nullptr, nullptr}};
     ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript", "Calling StartServiceCtrlDispatcher()");
-    DWORD code = 0;
-    if (!StartServiceCtrlDispatcherW(kServices)) {
-        code = GetLastError();
-        wxLogSysError(static_cast<long>(code), "StartServiceCtrlDispatcher() failed");
+    const auto error = StartServiceCtrlDispatcherW(kServices);
+    if (error) {
+        ZelkaCore::LogSystemError(error, "StartServiceCtrlDispatcher() failed");
     }
     ZELKA_TRACE("Srvc", "CAgentApp::OnRunScript", "StartServiceCtrlDispatcher() returned.");
-    if (code != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) {
+    if (error != PlatformError::kNoServiceManager) {
         result = ServiceExitStatus();
         return true;
     }

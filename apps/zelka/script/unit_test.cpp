@@ -4,6 +4,7 @@
 
 #include "apps/zelka/script/script_output.h"
 #include "apps/zelka/zelka.h"
+#include "zelka_core/lua/lua_interpreter.h"
 
 int CAgentApp::RunUnitTest() {
     if (m_strUnitTest.empty()) {

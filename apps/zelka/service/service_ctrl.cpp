@@ -5,9 +5,11 @@
 #include <chrono>
 
 #include "apps/zelka/script/dom_binding.h"
+#include "apps/zelka/service/service_controls.h"
 #include "apps/zelka/service/service_entries.h"
-#include "apps/zelka/zelka.h"
+#include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/lua/lua_interpreter.h"
 
 using ZelkaCore::CDom;
 
@@ -22,7 +24,7 @@ constexpr std::chrono::seconds kDumpPatience{2};
 
 struct DumpRequest {
     CDom* dom;
-    unsigned ctrl;
+    DumpDepth depth;
 };
 
 // Runs the dump in protected mode: all that can fail is inside.
@@ -30,8 +32,8 @@ int DumpProtected(lua_State* L) {
     const auto request = *static_cast<const DumpRequest*>(lua_touserdata(L, 1));
     lua_settop(L, 0);
     PushDom(L, request.dom);
-    if (request.ctrl != SERVICE_CONTROL_DUMP_BRIEF) {
-        const bool isFull = request.ctrl == SERVICE_CONTROL_DUMP_FULL;
+    if (request.depth != DumpDepth::kBrief) {
+        const bool isFull = request.depth == DumpDepth::kFull;
         lua_pushnil(L);              // every Lua thread
         lua_pushboolean(L, isFull);  // locals
         lua_pushboolean(L, true);    // tracebacks
@@ -54,14 +56,17 @@ void Dump(lua_State* L, DumpRequest request) {
     lua_settop(L, top);
 }
 
-const char* DumpText(unsigned ctrl) {
-    switch (ctrl) {
-        case SERVICE_CONTROL_DUMP_BRIEF:
-            return "Dumping brief Lua thread info";
-        case SERVICE_CONTROL_DUMP_STACK:
-            return "Dumping Lua stack info";
+// The phase in words that an operator reads.
+std::string PhaseText(unsigned state, unsigned exitCode) {
+    switch (state) {
+        case SERVICE_START_PENDING:
+            return "init";
+        case SERVICE_RUNNING:
+            return "running";
+        case SERVICE_STOP_PENDING:
+            return "stopping";
         default:
-            return "Dumping full Lua thread info";
+            return "stopped (exit code " + std::to_string(static_cast<int>(exitCode)) + ")";
     }
 }
 
@@ -74,58 +79,47 @@ DWORD ServiceCtrlEntry(DWORD control, DWORD eventType, void*, void* context) {
 unsigned CAgentApp::ServiceCtrl(unsigned ctrl, unsigned evType) {
     ZELKA_TRACE("Srvc", kFunction, "ServiceCtrl(ctrl=%d, evType=%d)", static_cast<int>(ctrl),
                 static_cast<int>(evType));
-    switch (ctrl) {
-        case SERVICE_CONTROL_STOP:
-        case SERVICE_CONTROL_SHUTDOWN:
-            TellToStop();
-            return NO_ERROR;
-        case SERVICE_CONTROL_INTERROGATE:
-            ReportReplyState();
-            return NO_ERROR;
-        case SERVICE_CONTROL_DEVICEEVENT:
-        case SERVICE_CONTROL_HARDWAREPROFILECHANGE:
-        case SERVICE_CONTROL_POWEREVENT:
-            return NO_ERROR;
-        case SERVICE_CONTROL_DUMP_BRIEF:
-        case SERVICE_CONTROL_DUMP_STACK:
-        case SERVICE_CONTROL_DUMP_FULL:
-            DumpLua(ctrl);
-            ReportReplyState();
-            return NO_ERROR;
-        default:
-            return ERROR_CALL_NOT_IMPLEMENTED;
+    const Control* control = FindControl(ctrl);
+    if (control == nullptr) {
+        return ERROR_CALL_NOT_IMPLEMENTED;
     }
+    if (control->take != nullptr) {
+        (this->*control->take)(*control);
+    }
+    return NO_ERROR;
 }
 
-void CAgentApp::TellToStop() {
+void CAgentApp::TellToStop(const Control&) {
     SetServiceStatus(SERVICE_STOP_PENDING, 0, 0, kStopWaitHint);
     ZELKA_TRACE("Srvc", kFunction, "ServiceCtrl() - telling main thread to shutdown");
-    if (!SetEvent(m_hStopEvent)) {
-        const DWORD code = GetLastError();
-        wxLogSysError(static_cast<long>(code), "SetEvent() failed");
-        SetServiceStatus(SERVICE_STOPPED, code, 0, 0);
+    if (const auto error = SetEvent(m_hStopEvent)) {
+        ZelkaCore::LogSystemError(error, "SetEvent() failed");
+        SetServiceStatus(SERVICE_STOPPED, static_cast<unsigned>(error.value()), 0, 0);
     }
 }
 
 // Writes the state of the Lua application to the log: at once if no script runs, and otherwise from
 // inside the one that does.
-void CAgentApp::DumpLua(unsigned ctrl) {
+void CAgentApp::DumpLua(const Control& control) {
     ZelkaCore::CLuaInterpreter* lua = m_pLua.Get();
     if (lua == nullptr) {
-        wxLogWarning("Service control %u is refused: there is no Lua interpreter yet", ctrl);
-        return;
+        wxLogWarning("Service control %u is refused: there is no Lua interpreter yet",
+                     control.rule.control);
+    } else {
+        wxLogVerbose("%s", wxString::FromUTF8(control.text));
+        const DumpRequest request{m_pDom, control.depth};
+        const auto work = [request](lua_State* L) { Dump(L, request); };
+        if (!lua->Lock().Run(work, kDumpPatience)) {
+            wxLogWarning(
+                "The Lua application is inside native code; its dump follows when it returns");
+        }
     }
-    wxLogVerbose("%s", wxString::FromUTF8(DumpText(ctrl)));
-    const DumpRequest request{m_pDom, ctrl};
-    const auto work = [request](lua_State* L) { Dump(L, request); };
-    if (!lua->Lock().Run(work, kDumpPatience)) {
-        wxLogWarning("The Lua application is inside native code; its dump follows when it returns");
-    }
+    ReportReplyState(control);
 }
 
 // The state that answers a control: running once there is an interpreter, also while it starts or
 // stops.
-void CAgentApp::ReportReplyState() {
+void CAgentApp::ReportReplyState(const Control&) {
     SetServiceStatus(m_pLua.Get() != nullptr ? SERVICE_RUNNING : SERVICE_START_PENDING, 0, 0, 0);
 }
 
@@ -141,7 +135,8 @@ void CAgentApp::SetServiceStatus(unsigned state, unsigned exitCode, unsigned che
     status.dwWin32ExitCode = exitCode;
     status.dwCheckPoint = checkPoint;
     status.dwWaitHint = waitHint;
-    if (!::SetServiceStatus(m_hServiceStatus, &status)) {
-        wxLogSysError(static_cast<long>(GetLastError()), "SetServiceStatus() failed");
+    const auto error = ::SetServiceStatus(m_hServiceStatus, status, PhaseText(state, exitCode));
+    if (error) {
+        ZelkaCore::LogSystemError(error, "SetServiceStatus() failed");
     }
 }

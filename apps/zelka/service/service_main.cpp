@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <span>
 
 #include "apps/zelka/service/service_entries.h"
 #include "apps/zelka/zelka.h"
@@ -12,7 +13,10 @@
 #include "platform/memory.h"
 #include "platform/regkey.h"
 #include "zelka_core/log/log2disk.h"
+#include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
+#include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 namespace {
@@ -46,11 +50,13 @@ void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
     (void)m_pDom->SetWx("app.windows.service.name", arguments[0]);
 
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() registering service control handler");
-    m_hServiceStatus = RegisterServiceCtrlHandlerExW(arguments[0], ServiceCtrlEntry, this);
-    if (m_hServiceStatus == 0) {
-        wxLogSysError(static_cast<long>(GetLastError()), "RegisterServiceCtrlHandlerEx() failed");
+    SERVICE_STATUS_HANDLE handle = 0;
+    if (const auto error =
+            RegisterServiceCtrlHandlerExW(arguments[0], ServiceCtrlEntry, this, handle)) {
+        ZelkaCore::LogSystemError(error, "RegisterServiceCtrlHandlerEx() failed");
         return;
     }
+    m_hServiceStatus = handle;
     wxRegKey key(kSelfProtectKey);
     ReadSelfProtection(key);
 
@@ -104,19 +110,20 @@ unsigned CAgentApp::RunService(unsigned count, const wchar_t** arguments) {
 // Makes the two events and lets scripts know of them. Returns the error that keeps the service from
 // running, or 0; without its harden event it runs.
 unsigned CAgentApp::CreateServiceEvents() {
-    const HANDLE stop = CreateEventW(nullptr, true, false, nullptr);
-    if (stop == 0) {
-        return GetLastError();
+    HANDLE stop = 0;
+    if (const auto error = CreateEventW(true, false, stop)) {
+        return static_cast<unsigned>(error.value());
     }
     m_hStopEvent = stop;
     (void)m_pDom->Set("app.windows.service.stopEvent", std::int64_t{stop});
 
-    const HANDLE harden = CreateEventW(nullptr, false, false, nullptr);
+    HANDLE harden = 0;
+    const auto error = CreateEventW(false, false, harden);
     m_hHardenEvent = harden;
-    if (harden == 0) {
-        wxLogSysError(static_cast<long>(GetLastError()),
-                      "CreateEvent(m_hHardenEvent) failed. The service won't be able to be made "
-                      "unstoppable.");
+    if (error) {
+        ZelkaCore::LogSystemError(error,
+                                  "CreateEvent(m_hHardenEvent) failed. The service won't be able "
+                                  "to be made unstoppable.");
         return 0;
     }
     (void)m_pDom->Set("app.windows.service.hardenEvent", std::int64_t{harden});
@@ -125,10 +132,15 @@ unsigned CAgentApp::CreateServiceEvents() {
 
 // Returns when the service has to stop: asked to, or because it can no longer be asked.
 void CAgentApp::WaitForStop() {
-    const std::array<HANDLE, 2> events{m_hStopEvent, m_hHardenEvent};
-    const DWORD number = events[1] != 0 ? 2 : 1;
+    const std::array<HANDLE, 2> both{m_hStopEvent, m_hHardenEvent};
+    const auto events = std::span(both).first(both[1] != 0 ? 2 : 1);
     for (;;) {
-        switch (WaitForMultipleObjects(number, events.data(), false, kIdleWake)) {
+        DWORD answer = WAIT_TIMEOUT;
+        if (const auto error = WaitForMultipleObjects(events, kIdleWake, answer)) {
+            ZelkaCore::LogSystemError(error, "WaitForSingleObject(m_hStopEvent) failed");
+            return;
+        }
+        switch (answer) {
             case WAIT_OBJECT_0:
                 return;
             case WAIT_OBJECT_0 + 1:
@@ -137,10 +149,6 @@ void CAgentApp::WaitForStop() {
             case WAIT_TIMEOUT:
                 (void)_heapmin();
                 break;
-            case WAIT_FAILED:
-                wxLogSysError(static_cast<long>(GetLastError()),
-                              "WaitForSingleObject(m_hStopEvent) failed");
-                return;
             default:
                 break;
         }

@@ -13,9 +13,6 @@
 class CAgentFrame : public wxFrame {
   public:
     CAgentFrame(wxWindow* parent, const wxString& title);
-    ~CAgentFrame() override;
-    CAgentFrame(const CAgentFrame&) = delete;
-    CAgentFrame& operator=(const CAgentFrame&) = delete;
 
     wxTimer& Timer() { return m_timer; }
 
@@ -25,10 +22,8 @@ class CAgentFrame : public wxFrame {
   private:
     void OnTimer(wxTimerEvent& event);
     bool PollAddrChange();
-    void ArmAddrChange();
 
     OVERLAPPED m_overlapped;              // of the notification of address changes
-    HANDLE m_hAddrChange = 0;             // its handle while it is armed
     std::uint32_t m_lastClockChangeTick;  // when app.clockChange was raised last
     wxTimer m_timer;
 

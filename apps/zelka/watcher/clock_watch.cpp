@@ -4,19 +4,21 @@
 #include <wx/log.h>
 
 #include "apps/zelka/zelka.h"
+#include "platform/clock_change.h"
+#include "zelka_core/text.h"
 
 void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
     wxAppBase::OnEventLoopEnter(loop);
     if (loop == nullptr || !loop->IsMain()) {
         return;
     }
-    m_clockWatch = ClockChangeWatch::Begin([this] {
+    const auto passOn = [this] {
         if (auto* frame = dynamic_cast<wxFrame*>(GetTopWindow())) {
             (void)frame->MSWWindowProc(WM_TIMECHANGE, 0, 0);
         }
-    });
-    if (m_clockWatch == nullptr) {
-        wxLogWarning("The clock is not watched: %s", wxSysErrorMsgStr(GetLastError()));
+    };
+    if (const auto error = ClockChangeWatch::Begin(passOn, m_clockWatch)) {
+        wxLogWarning("The clock is not watched: %s", ZelkaCore::FromUtf8(error.message()));
     }
 }
 

@@ -2,7 +2,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -16,6 +15,7 @@
 #include "platform/error.h"
 #include "platform/linux/crash/minidump_writer.h"
 #include "platform/linux/crash/signal_safe_calls.h"
+#include "platform/private_file.h"
 
 // The C library's clone() under its other name: ThreadSanitizer's stand-in for the first takes it
 // that parent and child do not share memory.
@@ -51,11 +51,6 @@ static_assert(std::is_trivially_default_constructible_v<DumpTables>);
 
 // Never unmapped: a thread may be about to use it. Null until the first dump is prepared.
 std::atomic<Workspace*> g_workspace{nullptr};
-
-bool FailWith(int code) {
-    SetLastError(static_cast<DWORD>(code));
-    return false;
-}
 
 // --- Writing. From here to WriteCrashDump() everything runs in the signal handler or the helper.
 // ---
@@ -146,20 +141,14 @@ void CopyText(const std::string& text, std::array<char, N>& target) {
     target[length] = '\0';
 }
 
-// Makes a folder and those above it that are missing, with mode 0700.
-bool MakeFolder(const std::string& folder) {
-    for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
-        if (mkdir(folder.substr(0, end).c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-            return false;
-        }
-        if (end == std::string::npos) {
-            return true;
-        }
+// The folder, with what is missing of it and above it.
+std::error_code MakeWritableFolder(const std::string& folder) {
+    std::string failed;
+    if (const auto error = MakePrivateFolders(folder, failed)) {
+        return error;
     }
-}
-
-bool IsWritableFolder(const std::string& folder) {
-    return access((folder + "/.").c_str(), W_OK | X_OK) == 0;
+    const bool isWritable = access((folder + "/.").c_str(), W_OK | X_OK) == 0;
+    return isWritable ? std::error_code() : LastSystemError();
 }
 
 std::string SystemVersion() {
@@ -200,22 +189,22 @@ bool WriteCrashDump(const EXCEPTION_POINTERS& fault) {
     return written;
 }
 
-bool PrepareCrashDump(const CrashDumpSettings& settings) {
+std::error_code PrepareCrashDump(const CrashDumpSettings& settings) {
     const std::string temporary = settings.file + ".part";
     const std::size_t slash = settings.file.rfind('/');
     if (!settings.file.starts_with('/') || slash + 1 == settings.file.size()) {
-        return crash::FailWith(EINVAL);
+        return std::make_error_code(std::errc::invalid_argument);
     }
     if (temporary.size() >= PATH_MAX) {
-        return crash::FailWith(ENAMETOOLONG);
+        return std::make_error_code(std::errc::filename_too_long);
     }
     const std::string folder = slash == 0 ? "/" : settings.file.substr(0, slash);
-    if (!crash::MakeFolder(folder) || !crash::IsWritableFolder(folder)) {
-        return crash::FailWith(errno);
+    if (const auto error = crash::MakeWritableFolder(folder)) {
+        return error;
     }
     crash::Workspace* const workspace = crash::MapWorkspace();
     if (workspace == nullptr) {
-        return crash::FailWith(errno);
+        return LastSystemError();
     }
     crash::CopyText(settings.file, workspace->target.path);
     crash::CopyText(temporary, workspace->target.temporaryPath);
@@ -226,5 +215,5 @@ bool PrepareCrashDump(const CrashDumpSettings& settings) {
         static_cast<std::uint8_t>(std::clamp(sysconf(_SC_NPROCESSORS_ONLN), 1L, 255L));
     workspace->fullMemory = settings.fullMemory;
     crash::g_workspace.store(workspace);
-    return true;
+    return {};
 }

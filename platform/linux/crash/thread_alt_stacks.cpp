@@ -64,7 +64,7 @@ AltStack::~AltStack() {
 }  // namespace crash
 
 // A sanitizer brings a pthread_create of its own, which has to stay the first.
-#if !defined(ZELKA_SANITIZED)
+#if !defined(WITH_SANITIZER)
 
 namespace {
 

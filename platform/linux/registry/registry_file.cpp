@@ -17,6 +17,7 @@
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/linux/registry/registry_text.h"
+#include "platform/regkey.h"
 #include "platform/scoped_fd.h"
 
 namespace {
@@ -111,11 +112,20 @@ class Replacement {
     ScopedFd m_file;
 };
 
+// Constant once there are threads.
+std::string& ChosenPath() {
+    static std::string path;
+    return path;
+}
+
 }  // namespace
 
-std::string RegistryFilePath() {
-    const char* chosen = std::getenv("ZELKA_REGISTRY");
-    return chosen != nullptr && *chosen != '\0' ? chosen : "/etc/zelka/registry.ini";
+void UseRegistryFile(const std::string& path) {
+    ChosenPath() = path;
+}
+
+const std::string& RegistryFilePath() {
+    return ChosenPath();
 }
 
 std::optional<std::string> ReadRegistryFile(const std::string& path) {

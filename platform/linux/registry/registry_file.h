@@ -6,8 +6,8 @@
 
 // The registry file on the disk.
 
-// $ZELKA_REGISTRY, or /etc/zelka/registry.ini if that is not set or empty.
-std::string RegistryFilePath();
+// The path that UseRegistryFile was given last; empty before.
+const std::string& RegistryFilePath();
 
 // The content; empty for a missing file. Nothing if there is a file that cannot be read, that is
 // not a regular one, or that is larger than 1 MiB. That and the lines that make no sense are told

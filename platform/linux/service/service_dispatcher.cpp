@@ -1,24 +1,24 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
-#include <systemd/sd-daemon.h>
+#include <unistd.h>
 #include <wx/log.h>
 #include <wx/tokenzr.h>
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/service/service_policy.h"
+#include "platform/linux/service/service_reporter.h"
 #include "platform/linux/service/systemd.h"
 #include "platform/scoped_fd.h"
 #include "platform/service.h"
@@ -26,36 +26,37 @@
 namespace {
 
 constexpr SERVICE_STATUS_HANDLE kStatusHandle = 1;  // of the one service that a process can be
-constexpr int kDumpSignals = 3;                     // RTMIN+1 to RTMIN+3
 
-bool FailWith(int code) {
-    SetLastError(static_cast<DWORD>(code));
-    return false;
+std::error_code Errno(std::errc code) {
+    return std::make_error_code(code);
 }
 
 bool IsStartedByManager() {
     return std::getenv("NOTIFY_SOCKET") != nullptr;
 }
 
-sigset_t ServiceSignals() {
+sigset_t ServiceSignals(const ServiceProfile& profile) {
     sigset_t signals;
     (void)sigemptyset(&signals);
     (void)sigaddset(&signals, SIGTERM);
-    for (int i = 0; i <= kDumpSignals; ++i) {
-        (void)sigaddset(&signals, SIGRTMIN + i);
+    (void)sigaddset(&signals, SIGRTMIN);
+    for (const ServiceControl& row : profile.controls) {
+        (void)sigaddset(&signals, SIGRTMIN + row.signal);
     }
     return signals;
 }
 
-DWORD ControlOf(const signalfd_siginfo& signal) {
+DWORD ControlOf(const signalfd_siginfo& signal, const ServiceProfile& profile) {
     const int number = static_cast<int>(signal.ssi_signo);
     if (number == SIGTERM) {
         return IsSystemGoingDown() ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
     }
-    if (number == SIGRTMIN) {
-        return static_cast<DWORD>(signal.ssi_int);
+    for (const ServiceControl& row : profile.controls) {
+        if (row.signal != 0 && number == SIGRTMIN + row.signal) {
+            return row.control;
+        }
     }
-    return SERVICE_CONTROL_DUMP_BRIEF + static_cast<DWORD>(number - SIGRTMIN - 1);
+    return static_cast<DWORD>(signal.ssi_int);
 }
 
 void LogUndelivered(ControlFate fate, DWORD control) {
@@ -69,12 +70,14 @@ void LogUndelivered(ControlFate fate, DWORD control) {
 // The service of this process. Two threads meet here: its body and the dispatcher.
 class Service {
   public:
-    bool Open();
-    bool Run(LPSERVICE_MAIN_FUNCTIONW body);
+    void SetProfile(ServiceProfile profile) { m_profile = std::move(profile); }
+    [[nodiscard]] const ServiceProfile& Profile() const { return m_profile; }
 
-    bool Bind(const wxString& name, LPHANDLER_FUNCTION_EX handler, void* context);
-    bool Report(const SERVICE_STATUS& status);
-    [[nodiscard]] DWORD ExitCode() const { return m_exitCode; }
+    std::error_code Open();
+    std::error_code Run(LPSERVICE_MAIN_FUNCTIONW body);
+
+    std::error_code Bind(const wxString& name, LPHANDLER_FUNCTION_EX handler, void* context);
+    std::error_code Report(const SERVICE_STATUS& status, const std::string& phase);
 
   private:
     void RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept;
@@ -82,30 +85,20 @@ class Service {
     void TakeSignals();
     void Handle(DWORD control);
     void Deliver(DWORD control);
-
-    bool Accept(const SERVICE_STATUS& status);
-    SERVICE_STATUS LastReport() const;
     void Wake() const;
 
     // Constant once the body runs.
+    ServiceProfile m_profile;
     std::string m_unit;
     wxString m_name;
     ScopedFd m_signals;
     ScopedFd m_wake;
-    std::optional<UnitStopRefusal> m_refusal;
     std::thread::id m_dispatcher;
 
-    // Keeps reports in order on their way to systemd. Held while it is told, and taken by nothing
-    // else.
-    std::mutex m_reportOrder;
-    bool m_isHardened = false;  // guarded by m_reportOrder
-
-    mutable std::mutex m_mutex;
+    std::mutex m_mutex;
     LPHANDLER_FUNCTION_EX m_handler = nullptr;  // guarded by m_mutex
     void* m_context = nullptr;                  // guarded by m_mutex
-    SERVICE_STATUS m_last = {};                 // guarded by m_mutex
 
-    std::atomic<DWORD> m_exitCode = 0;
     std::atomic<bool> m_ended = false;
 
     DWORD m_held = 0;  // stop or shutdown; touched by the dispatcher
@@ -117,39 +110,38 @@ Service& TheService() {
     return *service;
 }
 
-bool Service::Open() {
-    const sigset_t signals = ServiceSignals();
-    if (const int error = pthread_sigmask(SIG_BLOCK, &signals, nullptr)) {
-        return FailWith(error);
+std::error_code Service::Open() {
+    const sigset_t signals = ServiceSignals(m_profile);
+    if (const int code = pthread_sigmask(SIG_BLOCK, &signals, nullptr)) {
+        return {code, std::generic_category()};
     }
     m_signals.Reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     m_wake.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!m_signals.IsOpen() || !m_wake.IsOpen()) {
-        return FailWith(errno);
+        return LastSystemError();
     }
     m_unit = OwnUnit();
-    m_name = wxString::FromUTF8(ServiceNameOf(m_unit));
-    m_refusal.emplace(m_unit);
-    m_refusal->Set(false);  // what a crash may have left behind
+    m_name = wxString::FromUTF8(ServiceNameOf(m_unit, m_profile.name));
+    TheServiceReporter().Open(m_unit);
     m_dispatcher = std::this_thread::get_id();
-    return true;
+    return {};
 }
 
-bool Service::Run(LPSERVICE_MAIN_FUNCTIONW body) {
+std::error_code Service::Run(LPSERVICE_MAIN_FUNCTIONW body) {
     std::thread thread;
     try {
         thread = std::thread([this, body] { RunBody(body); });
     } catch (const std::system_error& error) {
-        return FailWith(error.code().value());
+        return error.code();
     }
     Dispatch();
     thread.join();
-    return true;
+    return {};
 }
 
 void Service::RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept {
     (void)pthread_setname_np(pthread_self(), "service");
-    const char* words = std::getenv("ZELKA_SERVICE_ARGS");
+    const char* words = std::getenv(m_profile.argumentsVariable.c_str());
     const wxArrayString parameters = wxStringTokenize(
         wxString::FromUTF8(words != nullptr ? words : ""), " \t\r\n", wxTOKEN_STRTOK);
     std::vector<const wchar_t*> arguments{m_name.wc_str()};
@@ -181,12 +173,13 @@ void Service::Dispatch() {
 void Service::TakeSignals() {
     signalfd_siginfo signal = {};
     while (!m_ended && read(m_signals.Get(), &signal, sizeof signal) == sizeof signal) {
-        Handle(ControlOf(signal));
+        Handle(ControlOf(signal, m_profile));
     }
 }
 
 void Service::Handle(DWORD control) {
-    const ControlFate fate = JudgeControl(control, LastReport());
+    const ControlFate fate =
+        JudgeControl(control, TheServiceReporter().LastReport(), m_profile.controls);
     switch (fate) {
         case ControlFate::kDeliver:
             Deliver(control);
@@ -222,61 +215,29 @@ void Service::Deliver(DWORD control) {
     }
 }
 
-bool Service::Bind(const wxString& name, LPHANDLER_FUNCTION_EX handler, void* context) {
+std::error_code Service::Bind(const wxString& name, LPHANDLER_FUNCTION_EX handler, void* context) {
     const std::lock_guard lock(m_mutex);
     if (handler == nullptr || name != m_name) {
-        return FailWith(EINVAL);
+        return Errno(std::errc::invalid_argument);
     }
     if (m_handler != nullptr) {
-        return FailWith(EALREADY);
+        return Errno(std::errc::connection_already_in_progress);
     }
     m_handler = handler;
     m_context = context;
-    return true;
+    return {};
 }
 
-bool Service::Report(const SERVICE_STATUS& status) {
-    const std::lock_guard order(m_reportOrder);
-    SERVICE_STATUS told = status;
+std::error_code Service::Report(const SERVICE_STATUS& status, const std::string& phase) {
     const bool isAnswer = std::this_thread::get_id() == m_dispatcher &&
                           (status.dwCurrentState == SERVICE_RUNNING ||
                            status.dwCurrentState == SERVICE_START_PENDING);
     if (isAnswer) {
-        told = LastReport();
-        told.dwWaitHint = 0;
-    } else if (!Accept(status)) {
-        return false;
+        return TheServiceReporter().Repeat();
     }
-    const int result = sd_notify(0, NotificationText(told).c_str());
-    return result >= 0 || FailWith(-result);
-}
-
-// Makes a report the one that counts.
-bool Service::Accept(const SERVICE_STATUS& status) {
-    if (status.dwCurrentState < SERVICE_STOPPED || status.dwCurrentState > SERVICE_RUNNING) {
-        return FailWith(EINVAL);
-    }
-    if (status.dwCurrentState == SERVICE_STOPPED) {
-        m_exitCode = status.dwWin32ExitCode;
-    }
-    // A stop that is under way leaves the refusal to the end, when nobody can ask for one any more.
-    const bool isHardened =
-        IsHardened(status) || (m_isHardened && status.dwCurrentState == SERVICE_STOP_PENDING);
-    if (isHardened != m_isHardened) {
-        m_isHardened = isHardened;
-        m_refusal->Set(isHardened);
-    }
-    {
-        const std::lock_guard lock(m_mutex);
-        m_last = status;
-    }
+    const auto error = TheServiceReporter().Report(status, phase);
     Wake();
-    return true;
-}
-
-SERVICE_STATUS Service::LastReport() const {
-    const std::lock_guard lock(m_mutex);
-    return m_last;
+    return error;
 }
 
 void Service::Wake() const {
@@ -286,48 +247,63 @@ void Service::Wake() const {
 
 }  // namespace
 
-void BlockServiceSignals() {
+void BlockServiceSignals(ServiceProfile profile) {
     if (IsStartedByManager()) {
-        const sigset_t signals = ServiceSignals();
+        const sigset_t signals = ServiceSignals(profile);
         (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     }
+    TheService().SetProfile(std::move(profile));
 }
 
 void UnblockServiceSignals() {
     if (IsStartedByManager()) {
-        const sigset_t signals = ServiceSignals();
+        const sigset_t signals = ServiceSignals(TheService().Profile());
         (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     }
 }
 
-bool StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table) {
+std::error_code StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table) {
     static std::atomic<bool> isStarted = false;
     if (!IsStartedByManager()) {
-        return FailWith(static_cast<int>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
+        return PlatformError::kNoServiceManager;
     }
     if (table == nullptr || table->lpServiceProc == nullptr) {
-        return FailWith(EINVAL);
+        return Errno(std::errc::invalid_argument);
     }
     if (isStarted.exchange(true)) {
-        return FailWith(EALREADY);
+        return Errno(std::errc::connection_already_in_progress);
     }
-    return TheService().Open() && TheService().Run(table->lpServiceProc);
+    const auto error = TheService().Open();
+    return error ? error : TheService().Run(table->lpServiceProc);
 }
 
-SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExW(const wchar_t* name,
-                                                    LPHANDLER_FUNCTION_EX handler, void* context) {
-    return TheService().Bind(name, handler, context) ? kStatusHandle : 0;
+std::error_code RegisterServiceCtrlHandlerExW(const wchar_t* name, LPHANDLER_FUNCTION_EX handler,
+                                              void* context, SERVICE_STATUS_HANDLE& service) {
+    const auto error = TheService().Bind(name, handler, context);
+    if (!error) {
+        service = kStatusHandle;
+    }
+    return error;
 }
 
-bool SetServiceStatus(SERVICE_STATUS_HANDLE service, const SERVICE_STATUS* status) {
-    if (service != kStatusHandle || status == nullptr) {
-        return FailWith(EBADF);
+std::error_code SetServiceStatus(SERVICE_STATUS_HANDLE service, const SERVICE_STATUS& status,
+                                 const std::string& phase) {
+    if (service != kStatusHandle) {
+        return Errno(std::errc::bad_file_descriptor);
     }
-    return TheService().Report(*status);
+    return TheService().Report(status, phase);
+}
+
+void ReportServiceProgress(const std::string& text) {
+    TheServiceReporter().ReportProgress(text);
+}
+
+void ExtendServiceTimeout() {
+    TheServiceReporter().ExtendTimeout();
 }
 
 int ServiceExitStatus() {
-    const char* wanted = std::getenv("ZELKA_SERVICE_EXIT_STATUS");
+    const char* wanted = std::getenv(TheService().Profile().exitStatusVariable.c_str());
     const bool isWanted = wanted != nullptr && std::string_view(wanted) == "1";
-    return isWanted ? ExitStatusOf(TheService().ExitCode()) : 0;
+    return isWanted ? ExitStatusOf(TheServiceReporter().ExitCode()) : 0;
 }

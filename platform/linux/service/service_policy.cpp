@@ -1,5 +1,7 @@
 #include "platform/linux/service/service_policy.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string_view>
 
 namespace {
@@ -27,23 +29,10 @@ ControlFate JudgeStop(DWORD accepted, const SERVICE_STATUS& last) {
     return (last.dwControlsAccepted & accepted) != 0 ? ControlFate::kDeliver : ControlFate::kRefuse;
 }
 
-std::string PhaseText(const SERVICE_STATUS& status) {
-    switch (status.dwCurrentState) {
-        case SERVICE_START_PENDING:
-            return "init";
-        case SERVICE_RUNNING:
-            return "running";
-        case SERVICE_STOP_PENDING:
-            return "stopping";
-        default:
-            return "stopped (exit code " +
-                   std::to_string(static_cast<int>(status.dwWin32ExitCode)) + ")";
-    }
-}
-
 }  // namespace
 
-ControlFate JudgeControl(DWORD control, const SERVICE_STATUS& last) {
+ControlFate JudgeControl(DWORD control, const SERVICE_STATUS& last,
+                         std::span<const ServiceControl> own) {
     if (control == SERVICE_CONTROL_STOP) {
         return JudgeStop(SERVICE_ACCEPT_STOP, last);
     }
@@ -53,10 +42,11 @@ ControlFate JudgeControl(DWORD control, const SERVICE_STATUS& last) {
     if (last.dwCurrentState == 0 || last.dwCurrentState == SERVICE_STOPPED) {
         return ControlFate::kDrop;
     }
-    const bool isAnsweredAlways =
-        control == SERVICE_CONTROL_INTERROGATE || control == SERVICE_CONTROL_DUMP_BRIEF ||
-        control == SERVICE_CONTROL_DUMP_STACK || control == SERVICE_CONTROL_DUMP_FULL;
-    if (last.dwCurrentState == SERVICE_START_PENDING && !isAnsweredAlways) {
+    const bool doesPass = std::any_of(own.begin(), own.end(), [control](const ServiceControl& row) {
+        return row.control == control && row.doesPassAtStart;
+    });
+    if (last.dwCurrentState == SERVICE_START_PENDING && control != SERVICE_CONTROL_INTERROGATE &&
+        !doesPass) {
         return ControlFate::kDrop;
     }
     return ControlFate::kDeliver;
@@ -67,22 +57,23 @@ bool IsHardened(const SERVICE_STATUS& status) {
            (status.dwControlsAccepted & SERVICE_ACCEPT_STOP) == 0;
 }
 
-std::string NotificationText(const SERVICE_STATUS& status) {
-    std::string text;
+std::string NotificationText(const SERVICE_STATUS& status, const std::string& text) {
+    std::string lines;
     if (status.dwCurrentState == SERVICE_RUNNING) {
-        text = "READY=1\n";
+        lines = "READY=1\n";
     } else if (status.dwCurrentState == SERVICE_STOP_PENDING) {
-        text = "STOPPING=1\n";
+        lines = "STOPPING=1\n";
     }
-    text += "STATUS=" + PhaseText(status);
+    lines += "STATUS=" + text;
+    std::replace(lines.end() - static_cast<std::ptrdiff_t>(text.size()), lines.end(), '\n', ' ');
     const DWORD code = status.dwWin32ExitCode;
     if (status.dwCurrentState == SERVICE_STOPPED && code != 0 && code <= kMaximumErrno) {
-        text += "\nERRNO=" + std::to_string(code);
+        lines += "\nERRNO=" + std::to_string(code);
     }
     if (status.dwWaitHint != 0) {
-        text += "\nEXTEND_TIMEOUT_USEC=" + std::to_string(status.dwWaitHint) + "000";
+        lines += "\nEXTEND_TIMEOUT_USEC=" + std::to_string(status.dwWaitHint) + "000";
     }
-    return text;
+    return lines;
 }
 
 int ExitStatusOf(DWORD code) {
@@ -90,10 +81,10 @@ int ExitStatusOf(DWORD code) {
     return kept == 0 && code != 0 ? kExitStatusOfOtherFailures : kept;
 }
 
-std::string ServiceNameOf(const std::string& unit) {
+std::string ServiceNameOf(const std::string& unit, const std::string& otherwise) {
     static constexpr std::string_view kSuffix = ".service";
     if (unit.size() <= kSuffix.size() || !unit.ends_with(kSuffix)) {
-        return "zelk_agent";
+        return otherwise;
     }
     return unit.substr(0, unit.size() - kSuffix.size());
 }

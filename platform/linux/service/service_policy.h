@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "platform/service.h"
@@ -14,17 +15,19 @@ enum class ControlFate {
     kDrop,     // it has no meaning at this time
 };
 
-// `last` is the last report; its state is 0 if there is none yet.
-ControlFate JudgeControl(DWORD control, const SERVICE_STATUS& last);
+// `last` is the last report; its state is 0 if there is none yet. `own` are the application's
+// controls.
+ControlFate JudgeControl(DWORD control, const SERVICE_STATUS& last,
+                         std::span<const ServiceControl> own);
 
 // Whether a report asks for a unit that cannot be stopped by hand.
 bool IsHardened(const SERVICE_STATUS& status);
 
-// A report as sd_notify takes it.
-std::string NotificationText(const SERVICE_STATUS& status);
+// A report as sd_notify takes it. A line end in the text becomes a blank.
+std::string NotificationText(const SERVICE_STATUS& status, const std::string& text);
 
 // The exit code of a process whose service stopped with `code`; see ServiceExitStatus.
 int ExitStatusOf(DWORD code);
 
-// The name of a service by its systemd unit: without `.service`. Anything else gives zelk_agent.
-std::string ServiceNameOf(const std::string& unit);
+// The name of a service by its systemd unit: without `.service`. Anything else gives `otherwise`.
+std::string ServiceNameOf(const std::string& unit, const std::string& otherwise);

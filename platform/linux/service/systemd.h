@@ -5,7 +5,7 @@
 // What the service layer asks of systemd. Every question is answered within seconds, also by a
 // system that goes down.
 
-// The unit that this process belongs to, `zelk_agent.service`; empty if there is none.
+// The unit that this process belongs to, with its suffix `.service`; empty if there is none.
 std::string OwnUnit();
 
 // Whether the whole system is going down, as far as one can tell.

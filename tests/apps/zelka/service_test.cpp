@@ -9,7 +9,7 @@
 #include <random>
 #include <thread>
 
-#include "apps/zelka/zelka.h"
+#include "apps/zelka/service/service_controls.h"
 #include "tests/platform/notify_socket.h"
 #include "tests/support/captured_log.h"
 

@@ -20,9 +20,9 @@ using testing::StartsWith;
 
 TEST(ClockRule, ASettingIsToldTwoSecondsAfterTheLastOneThatWasAlsoWhereTheTickWrapsAround) {
     for (const std::uint32_t last : {0U, 5U, 0xFFFFFFFFU - 999U}) {
-        EXPECT_FALSE(IsClockChangeTold(last, last)) << last;
-        EXPECT_FALSE(IsClockChangeTold(last + 1999, last)) << last;
-        EXPECT_TRUE(IsClockChangeTold(last + 2000, last)) << last;
+        EXPECT_FALSE(IsClockChangeReported(last, last)) << last;
+        EXPECT_FALSE(IsClockChangeReported(last + 1999, last)) << last;
+        EXPECT_TRUE(IsClockChangeReported(last + 2000, last)) << last;
     }
 }
 

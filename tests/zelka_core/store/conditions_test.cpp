@@ -5,6 +5,8 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/support/new_event.h"
+
 namespace ZelkaCore {
 namespace {
 
@@ -19,7 +21,7 @@ class Conditions : public testing::Test {
 };
 
 TEST_F(Conditions, EveryObserverSeesEveryRaiseOnceInTheOrderOfItsList) {
-    const ScopedHandle event(CreateEventW(nullptr, false, true, nullptr));
+    const ScopedHandle event(NewEvent(false, true));
     CConditionObserver other(conditions);
     for (const char* name : {"a", "b", "a"}) {
         EXPECT_EQ(conditions.Raise(name), 0U);
@@ -36,7 +38,7 @@ TEST_F(Conditions, EveryObserverSeesEveryRaiseOnceInTheOrderOfItsList) {
 }
 
 TEST_F(Conditions, AnEventInFrontIsNotStarvedByAConditionThatIsAlwaysRaised) {
-    const ScopedHandle stop(CreateEventW(nullptr, true, true, nullptr));
+    const ScopedHandle stop(NewEvent(true, true));
     conditions.Raise("tick");
     EXPECT_EQ(observer.Wait({stop.Get(), "tick"}, kGenerous).index, 0U);
 }

@@ -1,36 +1,39 @@
-// Set-up and tear-down of the process: constructor and destructor of the application object.
+// The life of the application object, from its construction to its destruction: the set-up and the
+// tear-down of the process.
 
 #include <openssl/conf.h>
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
+#include <wx/filename.h>
 #include <wx/log.h>
+#include <wx/stdpaths.h>
+#include <wx/translation.h>
 
-#include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
+#include "apps/zelka/host/program_paths.h"
+#include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
+#include "platform/clock_change.h"
 #include "platform/process_setup.h"
+#include "platform/regkey.h"
 #include "zelka_core/log/log2disk.h"
+#include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/store/sqlite_database.h"
+#include "zelka_core/system/crash_handler.h"
 #include "zelka_core/system/openssl_threads.h"
 
 namespace {
 
-constexpr DWORD kErrorMode =
-    SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX;
-constexpr unsigned kWinsockVersion = 0x0202;
+constexpr const char* kRegistryFile = "/etc/zelka/registry.ini";
 constexpr int kSeedRounds = 100;
 
-// Shared libraries are searched for in the folder `lib` beside the program, or nowhere but in the
-// system's folders if the program's own cannot be found out.
-void SetLibraryFolder() {
-    wchar_t buffer[PATH_MAX];
-    const DWORD length = GetModuleFileNameW(nullptr, buffer, PATH_MAX);
-    const wxString program(buffer, length);
-    const std::size_t separator = program.rfind('/');
-    const bool known = length != 0 && separator != wxString::npos;
-    (void)SetDllDirectoryW(known ? wxString(program.substr(0, separator) + "/lib").wc_str() : L"");
+std::string RegistryFile() {
+    const char* chosen = std::getenv("ZELKA_REGISTRY");
+    return chosen != nullptr && *chosen != '\0' ? chosen : kRegistryFile;
 }
 
 void SeedRandomGenerator() {
@@ -42,6 +45,13 @@ void SeedRandomGenerator() {
     }
 }
 
+wxString TranslatedMaker() {
+    const wxTranslations* translations = wxTranslations::Get();
+    const wxString* translated =
+        translations != nullptr ? translations->GetTranslatedString(kMaker) : nullptr;
+    return translated != nullptr ? *translated : wxString(kMaker);
+}
+
 }  // namespace
 
 CAgentApp::CAgentApp() {
@@ -49,12 +59,8 @@ CAgentApp::CAgentApp() {
 }
 
 void CAgentApp::StartupInit() {
-    SetLibraryFolder();
-    const DWORD previousMode = SetErrorMode(kErrorMode);
-    (void)SetErrorMode(previousMode | kErrorMode);
-    (void)_set_abort_behavior(0, 3);
-    (void)HeapSetInformation(0, HeapEnableTerminationOnCorruption, nullptr, 0);
-    (void)CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    SetErrorMode();
+    UseRegistryFile(RegistryFile());
     tzset();
     m_startTime = wxDateTime::UNow();
 
@@ -80,16 +86,40 @@ void CAgentApp::StartupOncePerProcess() {
         return;
     }
     done = true;
-    if (const int error = WSAStartup(kWinsockVersion)) {
-        wxLogSysError(error, "Winsock initialization failed");
-        std::exit(error);
-    }
     // Configuration files are loaded by OnRun and the library is cleaned up by the destructor.
     (void)OPENSSL_init_ssl(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS |
                                OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT,
                            nullptr);
     ZelkaCore::OpenSSLThreadSetup();
     SeedRandomGenerator();
+}
+
+bool CAgentApp::OnInit() {
+    // Makes the log target: the framework drops records of other threads as long as there is none.
+    (void)wxLog::GetActiveTarget();
+    wxStandardPaths::Get().UseAppInfo(wxStandardPaths::AppInfo_AppName |
+                                      wxStandardPaths::AppInfo_VendorName);
+    PublishProgramPaths();
+    (void)m_pDom->Set("app.version", ZELKA_VERSION);
+    SetVendorName(TranslatedMaker());
+
+    if (!wxAppBase::OnInit()) {
+        return false;
+    }
+    const wxFileName dump(m_pDom->GetPluginWorkdirWx("diag"), GetAppName(), "mdmp");
+    bool fullDump = false;
+    (void)m_pDom->Get("app.fulldump", fullDump);
+    ZelkaCore::InitCrashHandler(dump.GetFullPath(), GetAppName(), fullDump);
+    return true;
+}
+
+int CAgentApp::OnExit() {
+    if (m_bDefaultAppName) {
+        const wxTimeSpan runTime = wxDateTime::UNow() - m_startTime;
+        wxLogVerbose("Run time was %s", runTime.Format("%Dd %H:%M:%S.%l"));
+    }
+    wxLog::FlushActive();  // records of the script thread that the main loop did not come to
+    return wxAppBase::OnExit();
 }
 
 CAgentApp::~CAgentApp() {
@@ -112,6 +142,5 @@ void CAgentApp::TeardownOncePerProcess() {
     ZelkaCore::OpenSSLThreadShutdown();
     CONF_modules_unload(1);
     OPENSSL_cleanup();
-    (void)WSACleanup();
     ZelkaCore::CSqliteDatabase::ShutdownSQLite();
 }

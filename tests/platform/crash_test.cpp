@@ -240,6 +240,7 @@ TEST_F(CrashDump, ShowsADebuggerWhereItsThreadsWere) {
     for (const auto& item : cases) {
         EXPECT_EQ(Crash(item.before), item.signal);
         const std::string shown = Backtraces();
+        fs::remove(File());
         const std::regex frame(item.frame);
         const auto count =
             std::distance(std::sregex_iterator(shown.begin(), shown.end(), frame), {});
@@ -273,8 +274,8 @@ TEST_F(CrashDump, IsWholeOrTheSmallestOneAndOnlyOfTheProcessThatIsCovered) {
         SCOPED_TRACE(item.title);
         EXPECT_EQ(Crash(item.before, item.isFull), item.ended);
         EXPECT_EQ(FileCount(), item.threads == 0 ? 0 : 1);
-        const unsigned others = ThreadCount() - item.threads;
-        EXPECT_TRUE(others == 0 || (kThreadSanitizer && others == 1)) << ThreadCount();
+        const unsigned others = kThreadSanitizer ? 2 : 0;  // at most: threads of its own
+        EXPECT_LE(ThreadCount() - item.threads, others) << ThreadCount();
         EXPECT_EQ(Streams().count(minidump::kMemory64ListStream), 0U);
         fs::remove(File());
     }

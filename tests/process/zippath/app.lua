@@ -1,2 +1,0 @@
-print(dom:Get("app.lua.path"))
-return {}

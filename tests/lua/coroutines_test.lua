@@ -3,69 +3,53 @@ local lu = require "luaunit"
 -- The host replaces coroutine.create and coroutine.wrap; they have to do what Lua's own do.
 TestCoroutines = {}
 
+-- What a call gives, with its nils.
+local function expect(expected, ...)
+    expected.n = expected.n or #expected
+    lu.assertEquals(table.pack(...), expected)
+end
+
 function TestCoroutines:testValuesGoInAndOutWithTheirNils()
     local thread = coroutine.create(function(...)
         local answer = table.pack(coroutine.yield(select("#", ...), ...))
         return answer.n, nil
     end)
-    lu.assertEquals(coroutine.status(thread), "suspended")
-    lu.assertEquals(table.pack(coroutine.resume(thread, nil, "x", nil)),
-                    { true, 3, nil, "x", nil, n = 5 })
-    lu.assertEquals(table.pack(coroutine.resume(thread, nil, nil)), { true, 2, nil, n = 3 })
-    lu.assertEquals(coroutine.status(thread), "dead")
-    lu.assertEquals({ coroutine.resume(thread) }, { false, "cannot resume dead coroutine" })
+    expect({ "suspended" }, coroutine.status(thread))
+    expect({ true, 3, nil, "x", nil, n = 5 }, coroutine.resume(thread, nil, "x", nil))
+    expect({ true, 2, nil, n = 3 }, coroutine.resume(thread, nil, nil))
+    expect({ "dead" }, coroutine.status(thread))
+    expect({ false, "cannot resume dead coroutine" }, coroutine.resume(thread))
 end
 
-function TestCoroutines:testAWrappedOneIsCalledLikeAFunction()
-    local words = {}
-    local function each(list)
-        return coroutine.wrap(function()
-            for _, word in ipairs(list) do
-                coroutine.yield(word)
-            end
-        end)
-    end
-    for word in each { "a", "b", "c" } do
-        words[#words + 1] = word
-    end
-    lu.assertEquals(words, { "a", "b", "c" })
+function TestCoroutines:testAWrappedOneIsCalledLikeAFunctionAndYieldsAcrossAProtectedCall()
+    local next = coroutine.wrap(function(...)
+        return pcall(function(...) error(coroutine.yield(...), 0) end, ...)
+    end)
+    expect({ nil, "first", nil, n = 3 }, next(nil, "first", nil))
+    expect({ false, "second" }, next("second"))
+    lu.assertErrorMsgEquals("cannot resume dead coroutine", next)
 end
 
-function TestCoroutines:testAnErrorEndsAThread()
-    local thread = coroutine.create(function() error("went wrong", 0) end)
-    lu.assertEquals({ coroutine.resume(thread) }, { false, "went wrong" })
-    lu.assertEquals(coroutine.status(thread), "dead")
-end
-
-function TestCoroutines:testAWrappedOnePassesItsErrorOn()
+function TestCoroutines:testAnErrorEndsAThreadAndIsPassedOn()
     local value = {}
-    local _, caught = pcall(coroutine.wrap(function() error(value) end))
-    lu.assertIs(caught, value)
+    local function fail() error(value) end
+    local thread = coroutine.create(fail)
+    expect({ false, value }, coroutine.resume(thread))
+    expect({ "dead" }, coroutine.status(thread))
+    lu.assertIs(select(2, pcall(coroutine.wrap(fail))), value)
     local line = debug.getinfo(1, "l").currentline + 1
-    _, caught = pcall(function() return (coroutine.wrap(function() error("text", 0) end)()) end)
+    local _, caught = pcall(function() return (coroutine.wrap(function() error("text", 0) end)()) end)
     lu.assertStrMatches(caught, (".*coroutines_test%%.lua:%d: text"):format(line))
-    local ended = coroutine.wrap(function() end)
-    ended()
-    lu.assertErrorMsgEquals("cannot resume dead coroutine", ended)
 end
 
 function TestCoroutines:testARunningThreadIsNotResumed()
-    local inner
     local outer = coroutine.create(function()
         local self = coroutine.running()
-        inner = coroutine.create(function() return coroutine.status(self), coroutine.resume(self) end)
+        local inner = coroutine.create(function() return coroutine.status(self), coroutine.resume(self) end)
         return coroutine.status(self), coroutine.resume(inner)
     end)
-    lu.assertEquals({ coroutine.resume(outer) },
-                    { true, "running", true, "normal", false, "cannot resume non-suspended coroutine" })
-end
-
-function TestCoroutines:testAYieldCrossesAProtectedCall()
-    local next = coroutine.wrap(function()
-        return pcall(function() error(coroutine.yield("first"), 0) end)
-    end)
-    lu.assertEquals(next(), "first")
-    lu.assertEquals({ next("second") }, { false, "second" })
+    expect({ true, "running", true, "normal", false, "cannot resume non-suspended coroutine" },
+           coroutine.resume(outer))
 end
 
 function TestCoroutines:testOnlyFunctionsBecomeThreads()

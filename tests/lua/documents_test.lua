@@ -1,12 +1,12 @@
--- Every example of the author guide is run, in the order of the guide and in one folder.
+-- Every example of the author guide is run, in the order of the guide and in one folder; and the editor
+-- stub describes what there is.
 
 local lu = require "luaunit"
 
-local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
-local guide = here .. "../../docs/lua_author_guide.md"
+local docs = (debug.getinfo(1, "S").source:match("^@(.*/)") or "./") .. "../../docs/"
 
-local function execute(command)
-    local pipe = assert(io.popen(command .. " 2>&1"))
+local function execute(command, ...)
+    local pipe = assert(io.popen("exec 2>&1\n" .. command:format(...)))
     local output = pipe:read("*a")
     pipe:close()
     return output
@@ -15,7 +15,7 @@ end
 local folder = execute("mktemp -d"):match("%S+")
 
 local function write(name, text)
-    os.execute(("mkdir -p '%s/%s'"):format(folder, name:match("^(.*)/") or "."))
+    execute("mkdir -p '%s/%s'", folder, name:match("^(.*)/") or ".")
     local file = assert(io.open(folder .. "/" .. name, "w"))
     file:write(text)
     file:close()
@@ -24,17 +24,16 @@ end
 -- What the examples call zelk_agent is this agent, with its working folder among the examples.
 write("bin/zelk_agent", ("#!/bin/sh\nexec '%s' --workdir '%s/work' \"$@\" </dev/null\n"):format(
     dom:Get("app.path.exe"), folder))
-os.execute(("chmod +x '%s/bin/zelk_agent'"):format(folder))
+execute("chmod +x '%s/bin/zelk_agent'", folder)
 
 local function inFolder(command)
-    return execute(("cd '%s' && PATH=\"$PWD/bin:$PATH\" && unset NOTIFY_SOCKET && { %s\n}"):format(
-        folder, command))
+    return execute("cd '%s' && PATH=\"$PWD/bin:$PATH\" && unset NOTIFY_SOCKET\n%s", folder, command)
 end
 
 -- The blocks of the guide, with their language, the line they begin at and what they are said to print.
 local function readBlocks()
     local blocks, block, number = {}, nil, 0
-    for line in io.lines(guide) do
+    for line in io.lines(docs .. "lua_author_guide.md") do
         number = number + 1
         local language = line:match("^```(%a+)$")
         if language then
@@ -44,9 +43,7 @@ local function readBlocks()
         elseif block then
             block.text = block.text .. line .. "\n"
             local said = line:match("%-%-> (.*)$") or line:match("^#> ?(.*)$")
-            if said then
-                block.expected = block.expected .. said .. "\n"
-            end
+            block.expected = block.expected .. (said and said .. "\n" or "")
         end
     end
     return blocks
@@ -63,27 +60,27 @@ local function runLua(block)
     return inFolder("zelk_agent --appname example --lua_path './?.lua'")
 end
 
-local blocks = readBlocks()
-
-TestAuthorGuide = {}
-
-for _, block in ipairs(blocks) do
-    TestAuthorGuide[("testTheExampleInLine%04d"):format(block.line)] = function()
-        local output = block.language == "lua" and runLua(block) or inFolder(block.text)
-        lu.assertEquals(output, block.expected)
+TestDocuments = {}
+local examples = ""
+for _, block in ipairs(readBlocks()) do
+    examples = examples .. block.text
+    TestDocuments[("testTheExampleInLine%04d"):format(block.line)] = function()
+        lu.assertEquals(block.language == "lua" and runLua(block) or inFolder(block.text), block.expected)
     end
 end
 
-function TestAuthorGuide:testThereIsAnExampleOfEveryMember()
-    local examples = ""
-    for _, block in ipairs(blocks) do
-        examples = examples .. block.text
-    end
+function TestDocuments:testTheStubDescribesTheGlobalsOfTheHostAndMembersOfWhichEachHasAnExample()
+    local described, members = {}, {}
+    assert(loadfile(docs .. "lua/dom.d.lua", "t", described))()
+    lu.assertItemsEquals({ described.arg, described.dom, described.dom0 }, described)
+    lu.assertIs(described.dom0, described.dom)
     for member in pairs(getmetatable(dom).__index) do
+        members[member] = described.dom[member]
         lu.assertStrContains(examples, "dom:" .. member)
     end
+    lu.assertEquals(described.dom, members)
 end
 
-function TestAuthorGuide:testZzTheFolderIsRemoved() -- the last in the order of names
-    lu.assertTrue(os.execute(("rm -rf '%s'"):format(folder)))
+function TestDocuments:testZzTheFolderIsRemoved() -- the last in the order of names
+    lu.assertEquals(execute("rm -rf '%s'", folder), "")
 end

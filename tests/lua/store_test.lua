@@ -118,14 +118,12 @@ end
 TestRecords = {}
 
 function TestRecords:testSettingsAreAnyBytesAndTheLastValueCounts()
-    local bytes = "a\0b\255\n\195\164"
-    lu.assertNil(dom:SettingRetrieve("test.setting"))
-    lu.assertTrue(dom:SettingStore("test.setting", "older"))
-    lu.assertTrue(dom:SettingStore("test.setting", bytes))
-    lu.assertEquals(dom:SettingRetrieve("test.setting"), bytes)
-    lu.assertTrue(dom:SettingRemove("test.setting"))
-    lu.assertTrue(dom:SettingRemove("test.setting"))
-    lu.assertNil(dom:SettingRetrieve("test.setting"))
+    local name, bytes = "test.setting", "a\0b\255\n\195\164"
+    lu.assertNil(dom:SettingRetrieve(name))
+    lu.assertEquals({ dom:SettingStore(name, "older"), dom:SettingStore(name, bytes), dom:SettingRetrieve(name) },
+                    { true, true, bytes })
+    lu.assertEquals(table.pack(dom:SettingRemove(name), dom:SettingRemove(name), dom:SettingRetrieve(name)),
+                    { true, true, nil, n = 3 })
 end
 
 function TestRecords:testAgentEventsAreReadInTheirOrderFromAnyId()

@@ -2,7 +2,6 @@
 
 #include <wx/log.h>
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -37,13 +36,6 @@ CAgentEvent::_EventSeverity CAgentEvent::ToSeverity(unsigned long logLevel) {
         default:
             return SeverityDebug;
     }
-}
-
-std::string CAgentEvent::SeverityName(_EventSeverity severity) {
-    const auto* const entry =
-        std::find_if(kNames.begin(), kNames.end(),
-                     [&](const auto& candidate) { return candidate.first == severity; });
-    return entry == kNames.end() ? "debug" : entry->second;
 }
 
 std::optional<CAgentEvent::_EventSeverity> CAgentEvent::SeverityFromName(const std::string& name) {

@@ -36,10 +36,8 @@ class CAgentEvent {
     // everything above information (5) is debugging.
     static _EventSeverity ToSeverity(unsigned long logLevel);
 
-    // "fatal", "error", "warning", "notice", "info" or "debug".
-    static std::string SeverityName(_EventSeverity severity);
-
-    // The severity of such a name, which is taken as it is written; nothing for any other text.
+    // The severity of "fatal", "error", "warning", "notice", "info" or "debug", which is taken as
+    // it is written; nothing for any other text.
     static std::optional<_EventSeverity> SeverityFromName(const std::string& name);
 
     // What happened, as a number that the receiver knows.

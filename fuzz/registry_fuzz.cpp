@@ -7,17 +7,13 @@ namespace {
 
 constexpr int kLinesCompared = 64;
 
-bool IsAtOrBelow(const wxString& key, const wxString& top) {
-    return (key + '\\').StartsWith(top + '\\');
-}
-
 // What the text says of keys that do not go with `removed` is said by `rest`, too.
 void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
                                const wxString& removed) {
     RegistryReader reader(text);
     for (int lines = 0; lines < kLinesCompared && reader.Next(); ++lines) {
         const wxString& key = reader.Key();
-        if (key.empty() || IsAtOrBelow(key, removed)) {
+        if (key.empty() || (key + '\\').StartsWith(removed + '\\')) {
             continue;
         }
         Require(HasRegistryKey(rest, key));

@@ -15,17 +15,12 @@ class CapturedLog : public wxLog {
     // The texts of the records so far.
     [[nodiscard]] const std::vector<std::string>& Lines() const { return m_lines; }
     // All of them, with a line end behind each.
-    [[nodiscard]] std::string Text() const {
-        std::string text;
-        for (const std::string& line : m_lines) {
-            text += line + "\n";
-        }
-        return text;
-    }
+    [[nodiscard]] const std::string& Text() const { return m_text; }
 
   protected:
     void DoLogRecord(wxLogLevel, const wxString& message, const wxLogRecordInfo&) override {
         m_lines.push_back(message.utf8_string());
+        m_text += m_lines.back() + "\n";
     }
 
   private:
@@ -36,4 +31,5 @@ class CapturedLog : public wxLog {
 
     wxLog* const m_outer;
     std::vector<std::string> m_lines;
+    std::string m_text;
 };

@@ -4,9 +4,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <csignal>
+#include <random>
 #include <thread>
 
+#include "tests/support/child_process.h"
 #include "tests/zelka_core/store/agent_database_fixture.h"
 
 namespace {
@@ -22,15 +27,6 @@ extern "C" int CountingFdatasync(int fd) {
 
 namespace ZelkaCore {
 namespace {
-
-TEST_F(AgentDatabaseTest, ReadingOrRemovingWhereThereIsNoDatabaseFindsNothingAndMakesNothing) {
-    AgentDatabase database = Open();
-    EXPECT_EQ(Setting(database), "none");
-    EXPECT_TRUE(database.SettingRemove("name"));
-    EXPECT_THAT(EventData(database), IsEmpty());
-    EXPECT_TRUE(fs::is_empty(m_scratch.Path()));
-    EXPECT_THAT(m_log.Lines(), IsEmpty());
-}
 
 TEST_F(AgentDatabaseTest, OnlyTheOwnerCanReadWhatTheAgentMakesAndWhatItFindsOpen) {
     for (const char* origin : {"made", "found"}) {
@@ -60,13 +56,13 @@ TEST_F(AgentDatabaseTest, AnEventIsSyncedBeforeItsWriteReturnsHoweverLowTheTunin
 
 TEST_F(AgentDatabaseTest, ASchemaNewerThanTheProgramIsRefusedAndLeftAsItIs) {
     ASSERT_TRUE(Open().SettingStore("name", "value"));
-    SQLite::Database(m_file.string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version=99");
+    SQLite::Database(m_file.string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version=2");
     const std::string before = ReadFile(m_file);
     AgentDatabase database = Open();
     EXPECT_FALSE(database.SettingStore("name", "other"));
     EXPECT_EQ(Setting(database), "none");
     EXPECT_EQ(ReadFile(m_file), before);
-    EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("schema version is 99"), HasSubstr("99")));
+    EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("schema version is 2"), HasSubstr("is 2")));
     EXPECT_THAT(PutAside(), IsEmpty());
 }
 
@@ -75,6 +71,7 @@ TEST_F(AgentDatabaseTest, AFileThatIsDeletedUnderAnOpenDatabaseIsBegunAgain) {
     ASSERT_TRUE(database.SettingStore("name", "value"));
     fs::remove_all(m_scratch.Path() / "plugins");
     EXPECT_EQ(Setting(database), "none");
+    EXPECT_TRUE(fs::is_empty(m_scratch.Path())) << "who reads makes nothing";
     EXPECT_TRUE(database.EventWrite(EventWithData("kept")));
     AgentDatabase other = Open();
     EXPECT_THAT(EventData(other), ElementsAre("kept"));
@@ -94,6 +91,77 @@ TEST_F(AgentDatabaseTest, ThreadsMayUseOneDatabaseAtOnce) {
     work("two");
     other.join();
     EXPECT_THAT(EventData(database), SizeIs(100));
+}
+
+TEST_F(AgentDatabaseTest, NoEventIsLostWhoseWriteHadReturnedWhenTheProcessWasKilled) {
+    constexpr unsigned kRounds = 24;
+    constexpr unsigned kEvents = 500;
+    const auto seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (unsigned round = 0; round < kRounds; ++round) {
+        // Early as well as late, so that the making of the database is met often enough.
+        const auto killAfter = random() % std::array{3U, 25U, kEvents}.at(round % 3);
+        const ChildProcess child([&] {
+            AgentDatabase database = Open();
+            unsigned number = 0;
+            while (number < kEvents && database.EventWrite(EventWithData(std::to_string(number))) &&
+                   write(STDOUT_FILENO, "w\n", 2) == 2) {
+                ++number;
+            }
+            return number == kEvents;
+        });
+        std::size_t returned = 0;
+        while (returned < killAfter && !child.ReadLine().empty()) {
+            ++returned;
+        }
+        // Chooses the moment inside the next write, which takes some hundred microseconds.
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 600));
+        (void)kill(static_cast<pid_t>(child.Pid()), SIGKILL);
+        while (!child.ReadLine().empty()) {
+            ++returned;
+        }
+
+        AgentDatabase database = Open();
+        const std::vector<std::string> data = EventData(database);
+        ASSERT_THAT(data.size(), testing::AnyOf(returned, returned + 1));
+        for (std::size_t index = 0; index < data.size(); ++index) {
+            ASSERT_EQ(data[index], std::to_string(index));
+        }
+        ASSERT_TRUE(database.EventWrite(EventWithData("usable")));
+        ASSERT_THAT(m_log.Lines(), IsEmpty());
+        fs::remove_all(m_file.parent_path());
+    }
+}
+
+TEST_F(AgentDatabaseTest, TwoProcessesThatReplaceADamagedDatabaseAndWriteAtOnceLoseNothing) {
+    constexpr int kRounds = 6;
+    constexpr int kEvents = 15;
+    const auto writer = [&](const std::string& name) {
+        return [=, this] {
+            AgentDatabase database = Open({.busyTimeout = 60'000});
+            bool good = true;
+            for (int number = 0; number < kEvents && good; ++number) {
+                good = database.EventWrite(EventWithData(name)) &&
+                       database.SettingStore(name, std::to_string(number));
+            }
+            return good;
+        };
+    };
+    for (int round = 0; round < kRounds; ++round) {
+        Overwrite(std::string(10'000, 'x'));
+        const ChildProcess a(writer("a"));
+        const ChildProcess b(writer("b"));
+        EXPECT_TRUE(a.Succeeds());
+        EXPECT_TRUE(b.Succeeds());
+
+        AgentDatabase database = Open();
+        EXPECT_THAT(PutAside(), SizeIs(1));
+        EXPECT_THAT(EventData(database), SizeIs(2 * kEvents));
+        EXPECT_EQ(Setting(database, "a"), std::to_string(kEvents - 1));
+        EXPECT_EQ(Setting(database, "b"), std::to_string(kEvents - 1));
+        fs::remove_all(m_file.parent_path());
+    }
 }
 
 }  // namespace

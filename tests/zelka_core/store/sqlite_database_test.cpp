@@ -19,20 +19,17 @@ SqliteTuning Tuned(std::map<std::string, std::string> variables) {
     return TuningFrom([&](const std::string& name) { return variables[name]; });
 }
 
-TEST(SqliteTuning, TakesEveryVariable) {
-    const SqliteTuning tuning = Tuned({{"sqlite.config.cache_size", "-64"},
-                                       {"sqlite.config.mmap_size", "2147418112"},
-                                       {"sqlite.config.busy_timeout", "0"},
-                                       {"sqlite.config.synchronous", "1"},
-                                       {"sqlite.config.wal_autocheckpoint", "7"}});
-    EXPECT_EQ(tuning, (SqliteTuning{-64, 2147418112, 0, SqliteTuning::kNormal, 7}));
-}
-
-TEST(SqliteTuning, AValueThatIsNoNumberOrOutOfRangeIsToldAndIgnored) {
+TEST(SqliteTuning, TakesEveryVariableAndTellsAndIgnoresAValueThatIsNoNumberOrOutOfRange) {
     const CapturedLog log;
+    EXPECT_EQ(Tuned({{"sqlite.config.cache_size", "-64"},
+                     {"sqlite.config.mmap_size", "2147418112"},
+                     {"sqlite.config.busy_timeout", "0"},
+                     {"sqlite.config.synchronous", "1"},
+                     {"sqlite.config.wal_autocheckpoint", "7"}}),
+              (SqliteTuning{-64, 2147418112, 0, SqliteTuning::kNormal, 7}));
     EXPECT_EQ(Tuned({{"sqlite.config.cache_size", "2000 pages"},
-                     {"sqlite.config.busy_timeout", "-1"},
                      {"sqlite.config.mmap_size", "99999999999999999999"},
+                     {"sqlite.config.busy_timeout", "-1"},
                      {"sqlite.config.synchronous", "0"}}),
               SqliteTuning());
     EXPECT_THAT(log.Lines(),
@@ -46,10 +43,8 @@ TEST(SqliteDatabase, SetUpTakesTheStoresTuningAndBringsMessagesToTheLogUntilShut
     const std::unique_ptr<CDom> dom(CDom::New(nullptr, nullptr, nullptr, false));
     dom->SetWx("sqlite.config.busy_timeout", std::int64_t{17});
     CSqliteDatabase::InitializeSQLite(*dom);
-    CSqliteDatabase::InitializeSQLite(*dom);
     EXPECT_EQ(CSqliteDatabase::Tuning().busyTimeout, 17);
     sqlite3_log(SQLITE_WARNING, "something %d", 7);
-    CSqliteDatabase::ShutdownSQLite();
     CSqliteDatabase::ShutdownSQLite();
     sqlite3_log(SQLITE_WARNING, "unheard");
     EXPECT_THAT(log.Lines(), ElementsAre(HasSubstr("something 7")));

@@ -23,10 +23,13 @@ void Secure(const fs::path& path, bool recursive) {
     SecureFileOrDirectory(FromUtf8(path.string()), recursive);
 }
 
-TEST(SecurePath, AFolderOfAnyModeBecomesTheOwnersAloneAndWhatIsBelowItStays) {
+TEST(SecurePath, AFolderOfAnyModeIsSecuredAndRecursivelyWhatIsBelowItButNothingBehindALink) {
     const ScratchFolder folder;
-    const fs::path file = folder.Write("work/file", "");
-    const fs::path work = file.parent_path();
+    const fs::path outside = folder.Write("outside", "");
+    const fs::path file = folder.Write("work/a/file", "");
+    const fs::path work = folder.Path() / "work";
+    fs::create_symlink(outside, work / "a/link");
+    fs::permissions(outside, fs::perms{0644});
     fs::permissions(file, fs::perms{0644});
     for (const unsigned mode : {0755U, 0600U, 0000U, 02700U, 0701U}) {
         fs::permissions(work, fs::perms{mode});
@@ -36,25 +39,9 @@ TEST(SecurePath, AFolderOfAnyModeBecomesTheOwnersAloneAndWhatIsBelowItStays) {
         EXPECT_EQ(Mode(work), fs::perms{0700});
     }
     EXPECT_EQ(Mode(file), fs::perms{0644});
-}
-
-TEST(SecurePath, RecursivelyEverythingBelowIsSecuredButNothingBehindALink) {
-    const ScratchFolder folder;
-    const fs::path outside = folder.Write("outside", "");
-    const fs::path file = folder.Write("work/a/b/file", "");
-    const fs::path work = folder.Path() / "work";
-    fs::create_symlink(outside, work / "a/link");
-    fs::permissions(outside, fs::perms{0644});
-    for (const fs::path& path : {work, work / "a", file}) {
-        fs::permissions(path, fs::perms{0777});
-    }
-    const CapturedLog log;
     Secure(work, true);
-    for (const fs::path& path : {work, work / "a", work / "a/b", file}) {
-        EXPECT_TRUE(IsSecured(path)) << path;
-    }
+    EXPECT_TRUE(IsSecured(work / "a") && IsSecured(file));
     EXPECT_EQ(Mode(outside), fs::perms{0644});
-    EXPECT_EQ(log.Text(), "");
 }
 
 TEST(SecurePath, NeitherALinkNorAPipeNorWhatIsNotThereIsSecuredWhichIsTold) {
@@ -80,13 +67,12 @@ TEST(SecurePath, NeitherALinkNorAPipeNorWhatIsNotThereIsSecuredWhichIsTold) {
 }
 
 TEST(SecurePath, WhatBelongsToSomebodyElseIsNotSecuredUntilItIsTakenOver) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can give a file away";
-    }
     const ScratchFolder folder;
     const fs::path file = folder.Write("file", "");
     fs::permissions(file, fs::perms{0600});
-    ASSERT_EQ(chown(file.c_str(), 65534, 65534), 0);
+    if (chown(file.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
     EXPECT_FALSE(IsSecured(file));
     Secure(file, false);
     EXPECT_TRUE(IsSecured(file));

@@ -51,7 +51,7 @@ TEST_F(LuaInterpreterTest, AnyAllocationMayFail) {
         status = Run("local t = {} for i = 1, 20 do t[i] = ('x'):rep(i) .. i end");
         ASSERT_TRUE(status == LUA_OK || status == LUA_ERRMEM) << Error();
     }
-    EXPECT_GT(room, 640U);
+    EXPECT_GT(room, 1500U) << "what the chunk keeps alone is more";
 }
 
 TEST_F(LuaInterpreterTest, WorkIsDoneWhenTheLockIsGivenBackOrLaterIfItCannotWait) {

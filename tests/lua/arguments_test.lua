@@ -57,9 +57,3 @@ function TestArguments:testAWrongOneIsRefusedWithItsName()
     end
     lu.assertEquals({ dom:Names("test."), dom:AgentEvents() }, { {}, {} })
 end
-
-function TestArguments:testTheErrorPointsToTheCaller()
-    local line = debug.getinfo(1, "l").currentline + 1
-    local _, problem = pcall(function() dom:Get(5) end)
-    lu.assertStrContains(problem, ("arguments_test.lua:%d: dom:Get"):format(line))
-end

@@ -4,8 +4,10 @@ TestVariables = {}
 
 function TestVariables:tearDown()
     for _, name in ipairs(dom:Names("test.")) do
+        dom:Set(name, nil)
         dom:SetNil(name)
     end
+    lu.assertEquals(dom:Names("test."), {})
 end
 
 function TestVariables:testValuesComeBackAsTheyWereSetAndAsTextWithAllDigits()
@@ -17,17 +19,6 @@ function TestVariables:testValuesComeBackAsTheyWereSetAndAsTextWithAllDigits()
     } do
         dom:Set("test.value", value)
         lu.assertEquals({ dom:Get("test.value"), dom:GetString("test.value") }, { value, text })
-    end
-end
-
-function TestVariables:testNilMakesAVariableAbsent()
-    for _, clear in ipairs { function(...) dom:SetNil(...) end, function(...) dom:Set(..., nil) end } do
-        dom:Set("test.value", 1)
-        for _ = 1, 2 do
-            clear("test.value")
-            lu.assertEquals(table.pack(dom:Get("test.value"), dom:GetString("test.value"), #dom:Names("test.")),
-                            { nil, nil, 0, n = 3 })
-        end
     end
 end
 
@@ -43,22 +34,6 @@ function TestVariables:testNamesAreSortedByBytesAndTakeAPrefixLiterally()
     end
     lu.assertEquals(dom:Names(), dom:Names(""))
     lu.assertTableContains(dom:Names(), "app.path.bin")
-end
-
-function TestVariables:testTheHostTellsAboutTheRun()
-    local work = dom:Get("app.path.work")
-    lu.assertEquals(table.pack(dom:Get("app.mode.unittest"), dom:Get("app.name"), dom:Get("app.background"),
-                               dom:GetPluginWorkdir("x"), dom:GetPluginFile("x", "data.db")),
-                    { true, arg[0], nil, work .. "/plugins/x", work .. "/plugins/x/data.db", n = 5 })
-end
-
-function TestVariables:testAModuleIsTracedWhileItIsNamed()
-    local function areTraced() return { dom:LogTraceIsEnabled("LuaTest"), dom:LogTraceIsEnabled("luatest") } end
-    lu.assertEquals(areTraced(), { false, false })
-    dom:Set("app.trace", "Other, LuaTest")
-    lu.assertEquals(areTraced(), { true, false })
-    dom:SetNil("app.trace")
-    lu.assertEquals(areTraced(), { false, false })
 end
 
 function TestVariables:testTheStoreIsOneAndOutlivesItsLuaObject()
@@ -91,11 +66,6 @@ end
 
 function TestConditions:testTheFirstInTheListComesFirstAndTheOtherIsKept()
     expectWaits({ "a", "b" }, { { "b", "none", "b", "a" }, { false, "b" }, { "a", "b", "a" } })
-end
-
-function TestConditions:testNothingRaisedEndsWithTheTime()
-    expectWaits({}, { { false } })
-    lu.assertNil(dom:Wait(20, "none", "never"))
 end
 
 function TestConditions:testAllCoroutinesSeeARaiseOnce()

@@ -135,16 +135,18 @@ TEST(Service, AStopWhileItStartsIsHeldBackUntilItRunsAndLeadsThroughShutdown) {
 }
 
 TEST(Service, AFailedInitOrMainEndsItWithoutShutdownAndWithThatCodeIfTheEnvironmentAsksForIt) {
-    constexpr const char* kFailed = "STATUS=stopped (exit code 5)\nERRNO=5";
-    ServiceProcess init("function app.init() return 5 end");
-    EXPECT_THAT(init.ReportsToTheEnd(), ElementsAre(kInit, kFailed, "exit status 5"));
-    ServiceProcess main("function app.main() return 5 end", "ZELKA_SERVICE_EXIT_STATUS=0");
-    EXPECT_THAT(main.ReportsToTheEnd(), ElementsAre(kInit, kRunning, kFailed, kGone));
+    ServiceProcess init("function app.init() return 256 end");
+    EXPECT_THAT(init.ReportsToTheEnd(),
+                ElementsAre(kInit, "STATUS=stopped (exit code 256)\nERRNO=256", "exit status 255"));
+    ServiceProcess main("function app.main() return -1 end", "ZELKA_SERVICE_EXIT_STATUS=0");
+    EXPECT_THAT(main.ReportsToTheEnd(),
+                ElementsAre(kInit, kRunning, "STATUS=stopped (exit code -1)", kGone));
     EXPECT_EQ(init.Marks() + main.Marks(), "");
 }
 
 TEST(Service, AStopDuringMainIsToldAtOnceEvenInsideNativeCodeAndShutdownsResultCounts) {
-    ServiceProcess service(R"(
+    ServiceProcess service(
+        R"(
         function app.main()
             os.execute("echo waits >>marks; while [ ! -e go ]; do sleep 0.05; done")
             local stop = dom:Get("app.windows.service.stopEvent")
@@ -154,7 +156,8 @@ TEST(Service, AStopDuringMainIsToldAtOnceEvenInsideNativeCodeAndShutdownsResultC
         function app.shutdown()
             mark(tostring(dom:Get("app.windows.service.stopEvent")))
             return 7
-        end)");
+        end)",
+        "", "[HKLM\\SOFTWARE\\Orvane\\Zelk Agent]\nSelf Protect=2\n");  // only 1 hardens
     ExpectStart(service);
     service.AwaitMark(kRunning);
     service.Control(SERVICE_CONTROL_DUMP_STACK);

@@ -3,14 +3,7 @@
 local mode = io.lines("/etc/probe/mode")()
 local app = {}
 
-local function loopUntilTold()
-    while not io.open("/etc/probe/go") do end
-end
-
 function app.init()
-    if mode == "slow" then
-        loopUntilTold()
-    end
     return mode == "init fails" and 5 or 0
 end
 
@@ -22,11 +15,10 @@ function app.main()
         dom:Set("app.state.isHardened", false)
         assert(dom:EventSet(dom:Get("app.windows.service.hardenEvent")))
     end
-    return mode == "main fails" and 6 or 0
 end
 
 function app.shutdown()
-    assert(io.open("/var/lib/zelk_agent/marks", "a")):write("shutdown\n")
+    assert(io.open("/var/lib/zelk_agent/marks", "a")):write(dom:Get("app.windows.service.name"), " shuts down\n")
     return 0
 end
 

@@ -164,7 +164,7 @@ TEST(Service, AStopDuringMainIsToldAtOnceEvenInsideNativeCodeAndShutdownsResultC
     EXPECT_EQ(service.Report(), kRunning);
     EXPECT_THAT(service.Log(), HasSubstr("its dump follows when it returns"));
     service.Signal(SIGTERM);
-    EXPECT_EQ(service.Report(), kStopping);
+    ASSERT_EQ(service.Report(), kStopping);
     service.Signal(SIGTERM);  // once more is no harm
     EXPECT_EQ(service.Interrogate(), kAnsweredStopping);
     service.LetGo();

@@ -25,22 +25,22 @@ void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
 }  // namespace
 
 // Every byte belongs to one line; a key that is removed is gone, with nothing else.
-void RunOnInput(std::string_view text) {
+void RunOnInput(std::string_view input) {
     std::string joined;
     wxString key;
-    RegistryReader reader(text);
+    RegistryReader reader(input);
     while (reader.Next()) {
         joined += reader.Current().text;
         if (key.empty()) {
             key = reader.Key();
         }
     }
-    Require(joined == text);
+    Require(joined == input);
     if (key.empty()) {
         return;
     }
     Require(CanonicalRegistryKey(key) == key);
-    const std::string rest = WithoutRegistryKey(text, key);
+    const std::string rest = WithoutRegistryKey(input, key);
     Require(!HasRegistryKey(rest, key));
-    RequireTheSameOfOtherKeys(text, rest, key);
+    RequireTheSameOfOtherKeys(input, rest, key);
 }

@@ -224,17 +224,17 @@ TEST_F(CrashDump, ShowsADebuggerWhereItsThreadsWere) {
     const std::function<void()> overflow = [] { (void)RecurseForEver(0); };
     const struct {
         std::function<void()> before;
-        int signal;
         const char* frame;
+        int signal;
         int count;  // of threads in that frame
     } cases[] = {
-        {[] {}, SIGSEGV, kTouch, 1},
-        {[] { std::thread(TouchLockedPage).join(); }, SIGSEGV, kTouch, 1},
-        {GiveUp, SIGABRT, "GiveUp", 1},
-        {overflow, SIGSEGV, kDeep, 1},
+        {[] {}, kTouch, SIGSEGV, 1},
+        {[] { std::thread(TouchLockedPage).join(); }, kTouch, SIGSEGV, 1},
+        {GiveUp, "GiveUp", SIGABRT, 1},
+        {overflow, kDeep, SIGSEGV, 1},
         // ThreadSanitizer makes the threads itself, without alternate stacks.
-        {kThreadSanitizer ? overflow : [=] { std::thread(overflow).join(); }, SIGSEGV, kDeep, 1},
-        {[] { Park(200); }, SIGSEGV, "ParkedWorker\\(", 200},
+        {kThreadSanitizer ? overflow : [=] { std::thread(overflow).join(); }, kDeep, SIGSEGV, 1},
+        {[] { Park(200); }, "ParkedWorker\\(", SIGSEGV, 200},
     };
     bool isShown = true;
     for (const auto& item : cases) {

@@ -61,7 +61,7 @@ TEST_F(Registry, AKeyExistsWhenOneBelowItDoesAndRootsAlwaysExist) {
     wxRegKey key(wxRegKey::HKLM, "Software");
     EXPECT_TRUE(key.HasSubKey("ORVANE"));
     EXPECT_FALSE(key.HasSubKey("Orv"));
-    for (const char* known : {"HKLM\\Software", "HKLM\\Software\\Orvane\\Agent", "HKCU"}) {
+    for (const char* known : {R"(HKLM\Software)", R"(HKLM\Software\Orvane\Agent)", "HKCU"}) {
         key.SetName(wxString(known));
         EXPECT_TRUE(key.Open(wxRegKey::Read)) << known;
     }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <optional>
+#include <string>
 
 #include "tests/platform/notify_socket.h"
 
@@ -33,13 +34,13 @@ TEST(ServiceReporter, AnAnswerRepeatsWhatWasReportedLastAndManyCallsInARowAskFor
     reporter.ExtendTimeout();
     reporter.ExtendTimeout();
     ASSERT_EQ(unsetenv("NOTIFY_SOCKET"), 0);
-    for (const char* message :
-         {"STATUS=init",
-          "STATUS=installing 3 of 12: Feature-RELAY-1.0 READY=1\n"
-          "EXTEND_TIMEOUT_USEC=300000000",
-          "STATUS=installing 3 of 12: Feature-RELAY-1.0 READY=1", "STATUS=init",
-          "READY=1\nSTATUS=running\nEXTEND_TIMEOUT_USEC=4000000", "READY=1\nSTATUS=running",
-          "EXTEND_TIMEOUT_USEC=300000000"}) {
+    const std::string progress = "STATUS=installing 3 of 12: Feature-RELAY-1.0 READY=1";
+    const std::string patience = "EXTEND_TIMEOUT_USEC=300000000";
+    const std::string running = "READY=1\nSTATUS=running";
+    for (const std::string& message :
+         {std::string("STATUS=init"), progress + "\n" + patience, progress,
+          std::string("STATUS=init"), running + "\nEXTEND_TIMEOUT_USEC=4000000", running,
+          patience}) {
         EXPECT_EQ(manager.Receive(MSG_DONTWAIT), message);
     }
     EXPECT_EQ(manager.Receive(MSG_DONTWAIT), std::nullopt);

@@ -48,7 +48,7 @@ bool ParseNumber(const std::string& text, long& number) {
 }
 
 bool RemoveKey(const wxString& key) {
-    const std::string path = RegistryFilePath();
+    const std::string& path = RegistryFilePath();
     const auto content = ReadRegistryFile(path);
     if (!content) {
         wxLogWarning("Registry key %s was not removed: the registry could not be read", key);

@@ -24,7 +24,7 @@ TEST(DomBinding, CollectingLeavesTheStoreAloneUnlessTheUserdataOwnsIt) {
     ZelkaCore::CLuaInterpreter interpreter(false, L"test.lua", true);
     lua_State* const L = interpreter.L();
     bool isDestroyed = false;
-    WatchedDom* const watched = new WatchedDom(isDestroyed);
+    auto* const watched = new WatchedDom(isDestroyed);
     for (const bool isOwned : {false, true}) {
         PushDom(L, watched);
         auto* record = static_cast<UserdataRecord*>(lua_touserdata(L, -1));

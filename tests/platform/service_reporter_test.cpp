@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <optional>
-#include <string>
 
 #include "tests/platform/notify_socket.h"
 
@@ -24,7 +23,7 @@ TEST(ServiceReporter, AnAnswerRepeatsWhatWasReportedLastAndManyCallsInARowAskFor
     reporter.Open("");
     ASSERT_EQ(setenv("NOTIFY_SOCKET", manager.Path().c_str(), 1), 0);
     ASSERT_FALSE(reporter.Report(Status(SERVICE_START_PENDING, 0), "init"));
-    reporter.ReportProgress("installing 3 of 12: Feature-RELAY-1.0\nREADY=1");
+    reporter.ReportProgress("installing 3 of 12: A-1\nREADY=1");
     ASSERT_FALSE(reporter.Repeat());
     reporter.ReportProgress("");
     ASSERT_FALSE(reporter.Report(Status(SERVICE_RUNNING, 4000), "running"));
@@ -34,13 +33,11 @@ TEST(ServiceReporter, AnAnswerRepeatsWhatWasReportedLastAndManyCallsInARowAskFor
     reporter.ExtendTimeout();
     reporter.ExtendTimeout();
     ASSERT_EQ(unsetenv("NOTIFY_SOCKET"), 0);
-    const std::string progress = "STATUS=installing 3 of 12: Feature-RELAY-1.0 READY=1";
-    const std::string patience = "EXTEND_TIMEOUT_USEC=300000000";
-    const std::string running = "READY=1\nSTATUS=running";
-    for (const std::string& message :
-         {std::string("STATUS=init"), progress + "\n" + patience, progress,
-          std::string("STATUS=init"), running + "\nEXTEND_TIMEOUT_USEC=4000000", running,
-          patience}) {
+    for (const char* message :
+         {"STATUS=init", "STATUS=installing 3 of 12: A-1 READY=1\nEXTEND_TIMEOUT_USEC=300000000",
+          "STATUS=installing 3 of 12: A-1 READY=1", "STATUS=init",
+          "READY=1\nSTATUS=running\nEXTEND_TIMEOUT_USEC=4000000", "READY=1\nSTATUS=running",
+          "EXTEND_TIMEOUT_USEC=300000000"}) {
         EXPECT_EQ(manager.Receive(MSG_DONTWAIT), message);
     }
     EXPECT_EQ(manager.Receive(MSG_DONTWAIT), std::nullopt);

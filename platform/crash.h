@@ -47,5 +47,6 @@ struct CrashDumpSettings {
 // reads minidumps opens it. The other threads are stopped meanwhile; where the system does not
 // allow that, or the dump asked for cannot be written (no space, or more than 1 minute, 10 with
 // `fullMemory`), a dump of the faulting thread alone takes its place.
-// False if there is none: the folder then holds what it held before.
+// One line on standard error says where it lies. False if there is none: the folder then holds what
+// it held before.
 bool WriteCrashDump(const EXCEPTION_POINTERS& fault);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <system_error>
 
@@ -22,6 +23,9 @@
 // its place are SIGPIPE and SIGXFSZ: from here on writing to a closed pipe, and beyond the limit of
 // a file's size, is an error. Programs started from here get the signals' defaults back.
 void SetErrorMode();
+
+// Whether this process may open that many more descriptors; what the system says if not.
+[[nodiscard]] std::error_code CheckFreeDescriptors(std::size_t count);
 
 // Opens the null device on every standard descriptor that is closed, so that no file opened later
 // takes its place and gets what is meant for standard output. First of all in the process.

@@ -6,12 +6,14 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "apps/zelka/published_pointer.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
+#include "zelka_core/mutex.h"
 
 class ClockChangeWatch;
 class wxCmdLineParser;
@@ -85,6 +87,10 @@ class CAgentApp : public wxAppBase {
     static void TeardownOncePerProcess();
     void PublishProgramPaths();
 
+    // host/ and watcher/: the main loop, whose end may be asked for before it begins.
+    void QueueEndOfMainLoop(int result) ZELKA_REQUIRES(m_loopMutex);
+    void WatchClock();
+
     // host/: the cryptographic provider. Ends the process if a file that FIPS needs is missing.
     void SelectCryptoProvider() const;
 
@@ -94,7 +100,7 @@ class CAgentApp : public wxAppBase {
     void TakeRunMode(const wxCmdLineParser& parser);
     bool TakeLuaPaths(const wxCmdLineParser& parser);
     [[nodiscard]] bool IsZipPathUnderBin(const wxString& list) const;
-    void SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
+    bool SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
     void TakeRemainingOptions(const wxCmdLineParser& parser);
     void OpenLog();
     void OpenConfiguration();
@@ -150,9 +156,14 @@ class CAgentApp : public wxAppBase {
     void CheckOldWebServer();
     bool RenameLockedFile(const wxString& name);
 
+    enum class LoopState { kAwaited, kRunning, kOver };
+
     // Any thread. The store guards itself; the interpreter's state is guarded by its own lock.
     ZelkaCore::CDom* m_pDom = nullptr;                    // owned; constant after construction
     PublishedPointer<ZelkaCore::CLuaInterpreter> m_pLua;  // owned; made by StartAppModule
+    ZelkaCore::Mutex m_loopMutex;
+    LoopState m_loopState ZELKA_GUARDED_BY(m_loopMutex) = LoopState::kAwaited;
+    std::optional<int> m_earlyResult ZELKA_GUARDED_BY(m_loopMutex);  // came before the loop
 
     // The main thread's.
     wxLocale m_locale;

@@ -9,8 +9,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <string_view>
+#include <vector>
 
 #include "platform/error.h"
+#include "platform/scoped_fd.h"
 
 namespace {
 
@@ -40,6 +42,17 @@ void SetErrorMode() {
     action.sa_flags = SA_RESTART;
     (void)sigaction(SIGPIPE, &action, nullptr);
     (void)sigaction(SIGXFSZ, &action, nullptr);
+}
+
+std::error_code CheckFreeDescriptors(std::size_t count) {
+    std::vector<ScopedFd> opened(count);
+    for (ScopedFd& descriptor : opened) {
+        descriptor.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!descriptor.IsOpen()) {
+            return LastSystemError();
+        }
+    }
+    return {};
 }
 
 void OccupyStandardDescriptors() {

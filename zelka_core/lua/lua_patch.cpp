@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "zelka_core/log/log_file.h"
+#include "zelka_core/lua/lua_children.h"
 
 namespace ZelkaCore {
 
@@ -104,6 +105,7 @@ int LuaPatchForWin::LuaPatch(lua_State* L) {
     SetField(L, "coroutine", "wrap", WrapThread);
     SetField(L, "os", "exit", ExitProcess);
     SetField(L, "os", "setlocale", SetLocale);
+    PatchChildren(L);
     return 0;
 }
 

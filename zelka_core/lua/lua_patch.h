@@ -13,6 +13,7 @@ class LuaPatchForWin {
     //                                     it works from any thread, and nothing is run any more
     //   os.setlocale                      answers nil to any change: the text settings belong to
     //                                     the whole process
+    //   os.execute, io.popen              behave as ever; see lua_children.h
     // Returns 0; may raise a Lua error.
     static int LuaPatch(lua_State* L);
 

@@ -53,20 +53,19 @@ void CAgentApp::OnInitCmdLine(wxCmdLineParser& parser) {
 }
 
 bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser) {
-    wxFileName executable(argv[0]);
-    if (executable.GetDirCount() == 0) {  // a bare name was found along PATH, not here
-        executable.SetPath(m_pDom->GetWxString("app.path.bin"));
-    }
-    (void)executable.MakeAbsolute();
-    (void)m_pDom->SetWx("app.path.exe", executable.GetFullPath());
-
+    // The name is the one that the program was called by; where it lies does not depend on whether
+    // a link led to it.
+    const wxFileName executable(m_pDom->GetWxString("app.path.bin"),
+                                wxFileName(argv[0]).GetFullName());
     SettleIdentity(parser, executable);
     TakeRunMode(parser);
     if (!TakeLuaPaths(parser)) {
         wxLogError("Invalid parameter detected.");
         return false;
     }
-    SettleWorkdir(parser, executable);
+    if (!SettleWorkdir(parser, executable)) {
+        return false;
+    }
     TakeRemainingOptions(parser);
     OpenLog();
     OpenConfiguration();

@@ -61,8 +61,13 @@ void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
 }
 
 void CAgentApp::OpenLog() {
-    (void)ZelkaCore::OpenLogFile(m_pDom->GetWxString("app.path.work") + "/log",
-                                 m_pDom->GetWxString("app.log.name"));
+    const wxString work = m_pDom->GetWxString("app.path.work");
+    if (work.empty()) {
+        wxLogWarning("The variable app.path.work is empty: the log goes to standard error");
+        ZelkaCore::CloseLogFile();
+        return;
+    }
+    (void)ZelkaCore::OpenLogFile(work + "/log", m_pDom->GetWxString("app.log.name"));
 }
 
 void CAgentApp::OpenConfiguration() {

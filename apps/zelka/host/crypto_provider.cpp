@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "apps/zelka/host/fips_decision.h"
+#include "apps/zelka/host/start_failure.h"
 #include "apps/zelka/zelka.h"
 #include "platform/fips.h"
 #include "platform/regkey.h"
@@ -41,7 +42,7 @@ std::optional<long> SystemFipsPolicy() {
 
 void RequireFile(const wxString& path, const char* complaint) {
     if (!wxFile::Exists(path)) {
-        wxLogError("%s", complaint);
+        ReportFailedStart(complaint);
         std::exit(1);
     }
 }

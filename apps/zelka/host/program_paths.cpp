@@ -40,6 +40,7 @@ void CAgentApp::PublishProgramPaths() {
     }
     wxFileName lib = bin;
     (void)lib.AppendDir("lib");
+    (void)m_pDom->SetWx("app.path.exe", bin.GetFullPath());
     (void)m_pDom->SetWx("app.path.bin", bin.GetPath(wxPATH_GET_VOLUME));
     (void)m_pDom->SetWx("app.path.lib", lib.GetPath(wxPATH_GET_VOLUME));
     (void)m_pDom->SetWx("app.path.ov", MakerFolder(bin).GetPath(wxPATH_GET_VOLUME));

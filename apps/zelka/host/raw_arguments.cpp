@@ -1,16 +1,14 @@
 #include "apps/zelka/host/raw_arguments.h"
 
-#include <wx/string.h>
-
 #include <algorithm>
+
+#include "zelka_core/text.h"
+
+using ZelkaCore::IsValidUtf8;
 
 namespace {
 
 std::vector<std::string> g_raw;
-
-bool IsValidUtf8(const std::string& text) {
-    return text.empty() || !wxString::FromUTF8(text.data(), text.size()).empty();
-}
 
 }  // namespace
 
@@ -31,15 +29,17 @@ std::optional<std::size_t> FirstInvalidOption() {
     return static_cast<std::size_t>(invalid - g_raw.begin());
 }
 
-char** FrameworkArguments() {
-    static std::vector<std::string> copies;
-    static std::vector<char*> pointers;
-    copies = g_raw;
-    for (std::string& copy : copies) {
-        if (!IsValidUtf8(copy)) {
+wchar_t** FrameworkArguments() {
+    static std::vector<std::wstring> copies;
+    static std::vector<wchar_t*> pointers;
+    for (std::string text : g_raw) {
+        if (!IsValidUtf8(text)) {
             std::replace_if(
-                copy.begin(), copy.end(), [](char c) { return (c & 0x80) != 0; }, '?');
+                text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; }, '?');
         }
+        copies.push_back(ZelkaCore::FromUtf8(text).ToStdWstring());
+    }
+    for (std::wstring& copy : copies) {
         pointers.push_back(copy.data());
     }
     pointers.push_back(nullptr);

@@ -4,19 +4,33 @@
 #include <wx/log.h>
 
 #include "apps/zelka/host/script_thread.h"
+#include "apps/zelka/host/start_failure.h"
 #include "apps/zelka/watcher/agent_frame.h"
 #include "apps/zelka/zelka.h"
+#include "platform/clock_change.h"
+#include "platform/process_setup.h"
 #include "platform/service.h"
+#include "zelka_core/text.h"
+
+using ZelkaCore::FromUtf8;
 
 namespace {
 
 constexpr int kTimerInterval = 1000;          // milliseconds
 constexpr unsigned int kNormalPriority = 50;  // of 0 to 100
 
+// What loop, timers and watchers open, with some left for the application's first steps.
+constexpr std::size_t kDescriptorsNeeded = 16;
+
 }  // namespace
 
 int CAgentApp::OnRun() {
     SelectCryptoProvider();
+    if (const auto error = CheckFreeDescriptors(kDescriptorsNeeded)) {
+        ReportFailedStart(wxString::Format("The main loop needs %zu file descriptors: %s",
+                                           kDescriptorsNeeded, FromUtf8(error.message())));
+        return -1;
+    }
     if (!m_bBackground) {
         wxLog::SetLogLevel(wxLOG_Max);
         UnblockServiceSignals();
@@ -32,6 +46,7 @@ int CAgentApp::OnRun() {
     (void)script.SetDom(m_pDom);
     script.start(kNormalPriority, true, 0);
     if (!script.IsStarted()) {
+        ReportFailedStart("The thread of the application cannot be started");
         return -1;
     }
     const int result = wxAppBase::OnRun();
@@ -40,12 +55,43 @@ int CAgentApp::OnRun() {
     return result;
 }
 
-// The loop runs the call itself: it is kept if it comes before the loop exists, and no thread but
-// the main one touches the loop.
+// No thread but the main one touches the loop: it runs the call itself. A result that comes before
+// the loop is there waits for it, as the framework is still making what a queued call would wake.
 void CAgentApp::EndMainLoop(int result) {
+    const ZelkaCore::MutexLock lock(m_loopMutex);
+    if (m_loopState == LoopState::kAwaited) {
+        m_earlyResult = result;
+    } else if (m_loopState == LoopState::kRunning) {
+        QueueEndOfMainLoop(result);
+    }
+}
+
+void CAgentApp::QueueEndOfMainLoop(int result) {
     CallAfter([this, result] {
         if (wxEventLoopBase* loop = GetMainLoop()) {
             loop->Exit(result);
         }
     });
+}
+
+void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
+    wxAppBase::OnEventLoopEnter(loop);
+    if (loop == nullptr || !loop->IsMain()) {
+        return;
+    }
+    WatchClock();
+    const ZelkaCore::MutexLock lock(m_loopMutex);
+    m_loopState = LoopState::kRunning;
+    if (m_earlyResult) {
+        QueueEndOfMainLoop(*m_earlyResult);
+    }
+}
+
+void CAgentApp::OnEventLoopExit(wxEventLoopBase* loop) {
+    if (loop != nullptr && loop->IsMain()) {
+        const ZelkaCore::MutexLock lock(m_loopMutex);
+        m_loopState = LoopState::kOver;
+        m_clockWatch.reset();
+    }
+    wxAppBase::OnEventLoopExit(loop);
 }

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr int kFolderMode = 0700;
+constexpr const char* kRegistryName = "HK";    // begins the name of a registry value
 constexpr const char* kGlobalFolder = "/etc";  // of the ini file for all instances
 
 // Opens the key in which the value named by `value` lies. False if there is none.
@@ -61,7 +62,7 @@ wxString BehindLinks(const wxString& path) {
 }  // namespace
 
 wxString ResolveWorkdir(const wxString& given, const wxFileName& executable) {
-    const wxString workdir = given.StartsWith("HK")
+    const wxString workdir = given.StartsWith(kRegistryName)
                                  ? WorkdirFromRegistry(given, executable.GetPath(wxPATH_GET_VOLUME))
                                  : given;
     wxFileName folder;
@@ -77,18 +78,29 @@ wxString DefaultWorkdir(const wxFileName& executable) {
     return folder.GetPath(wxPATH_GET_VOLUME);
 }
 
-void CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable) {
+bool CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable) {
     wxString given;
-    const wxString workdir = parser.Found("workdir", &given) ? ResolveWorkdir(given, executable)
-                                                             : DefaultWorkdir(executable);
-    const bool exists = wxFileName::DirExists(workdir);
-    if (!exists) {
+    const bool isGiven = parser.Found("workdir", &given);
+    const wxString workdir =
+        isGiven ? ResolveWorkdir(given, executable) : DefaultWorkdir(executable);
+    if (isGiven && given.empty()) {
+        wxLogError("The option workdir needs a folder and not an empty text");
+        return false;
+    }
+    if (wxFileName::Exists(workdir) && !wxFileName::DirExists(workdir)) {
+        wxLogError("The working folder '%s' is no folder", workdir);
+        return false;
+    }
+    if (!wxFileName::DirExists(workdir)) {
         // Parents that are missing are made with the same mode.
         (void)wxFileName::Mkdir(workdir, kFolderMode, wxPATH_MKDIR_FULL);
     }
     const wxString folder = BehindLinks(workdir);
-    if (!exists || !ZelkaCore::IsSecuredFileOrDirectory(folder)) {
+    if (!ZelkaCore::IsSecuredFileOrDirectory(folder)) {
         ZelkaCore::SecureFileOrDirectory(folder, false);
+        if (given.StartsWith(kRegistryName) && workdir == executable.GetPath(wxPATH_GET_VOLUME)) {
+            wxLogWarning("'%s' is the working folder and is closed to others now", folder);
+        }
     }
     (void)m_pDom->SetWx("app.path.work", workdir);
 
@@ -96,4 +108,5 @@ void CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& e
     (void)m_pDom->SetWx("app.path.ini", wxFileName(workdir, effective, "ini").GetFullPath());
     (void)m_pDom->SetWx("app.path.ini.global",
                         wxFileName(kGlobalFolder, effective, "ini").GetFullPath());
+    return true;
 }

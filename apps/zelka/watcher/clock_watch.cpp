@@ -1,17 +1,12 @@
 // The clock is watched for as long as the main loop runs.
 
-#include <wx/evtloop.h>
 #include <wx/log.h>
 
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
 #include "zelka_core/text.h"
 
-void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
-    wxAppBase::OnEventLoopEnter(loop);
-    if (loop == nullptr || !loop->IsMain()) {
-        return;
-    }
+void CAgentApp::WatchClock() {
     const auto passOn = [this] {
         if (auto* frame = dynamic_cast<wxFrame*>(GetTopWindow())) {
             (void)frame->MSWWindowProc(WM_TIMECHANGE, 0, 0);
@@ -20,11 +15,4 @@ void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
     if (const auto error = ClockChangeWatch::Begin(passOn, m_clockWatch)) {
         wxLogWarning("The clock is not watched: %s", ZelkaCore::FromUtf8(error.message()));
     }
-}
-
-void CAgentApp::OnEventLoopExit(wxEventLoopBase* loop) {
-    if (loop != nullptr && loop->IsMain()) {
-        m_clockWatch.reset();
-    }
-    wxAppBase::OnEventLoopExit(loop);
 }

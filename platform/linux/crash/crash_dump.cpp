@@ -133,6 +133,15 @@ bool WriteDump(const EXCEPTION_POINTERS& fault, Workspace& workspace) {
            (outcome == Outcome::kNoHelper && Write(workspace.job, workspace));
 }
 
+// Tells standard error, which a service has in the journal, where the dump lies.
+void Announce(const DumpTarget& target) {
+    std::size_t length = 0;
+    while (target.announcement[length] != '\0') {
+        ++length;
+    }
+    (void)syscall(SYS_write, STDERR_FILENO, target.announcement.data(), length);
+}
+
 // --- Getting ready. From here on no code runs in the signal handler. ---
 
 template <std::size_t N>
@@ -185,6 +194,9 @@ bool WriteCrashDump(const EXCEPTION_POINTERS& fault) {
     const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
     (void)prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
     const bool written = crash::WriteDump(fault, *workspace);
+    if (written) {
+        crash::Announce(workspace->target);
+    }
     (void)prctl(PR_SET_DUMPABLE, dumpable == 1 ? 1 : 0, 0, 0, 0);  // others cannot be set
     return written;
 }
@@ -211,6 +223,8 @@ std::error_code PrepareCrashDump(const CrashDumpSettings& settings) {
     crash::CopyText(folder, workspace->target.folder);
     crash::CopyText(settings.comment, workspace->target.comment);
     crash::CopyText(crash::SystemVersion(), workspace->target.systemVersion);
+    crash::CopyText(settings.comment + ": a fault has left the crash dump " + settings.file + "\n",
+                    workspace->target.announcement);
     workspace->target.processorCount =
         static_cast<std::uint8_t>(std::clamp(sysconf(_SC_NPROCESSORS_ONLN), 1L, 255L));
     workspace->fullMemory = settings.fullMemory;

@@ -20,6 +20,7 @@ struct DumpTarget {
     std::array<char, PATH_MAX> folder;
     std::array<char, 1024> comment;
     std::array<char, 512> systemVersion;
+    std::array<char, PATH_MAX + 1024> announcement;  // for standard error
     std::uint8_t processorCount;
 };
 

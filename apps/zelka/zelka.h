@@ -102,6 +102,7 @@ class CAgentApp : public wxAppBase {
     [[nodiscard]] bool IsZipPathUnderBin(const wxString& list) const;
     bool SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
     void TakeRemainingOptions(const wxCmdLineParser& parser);
+    void TakeDomainVariables(const wxCmdLineParser& parser);
     void OpenLog();
     void OpenConfiguration();
 

@@ -2,12 +2,17 @@
 
 #include <wx/datetime.h>
 
+#include <atomic>
+
+#include "platform/journal.h"
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
 
 namespace {
+
+std::atomic<bool> g_usesJournal = false;
 
 const char* LevelName(wxLogLevel level) {
     switch (level) {
@@ -42,6 +47,18 @@ class ColumnFormatter : public wxLogFormatter {
 
 CLog2Disk::CLog2Disk() {
     delete SetFormatter(new ColumnFormatter);
+}
+
+void CLog2Disk::UseJournal() {
+    g_usesJournal = true;
+}
+
+void CLog2Disk::DoLogRecord(wxLogLevel level, const wxString& text, const wxLogRecordInfo& info) {
+    if (g_usesJournal && level <= wxLOG_Warning) {
+        SendToJournal(level == wxLOG_Warning ? JournalPriority::kWarning : JournalPriority::kError,
+                      ToUtf8(text));
+    }
+    wxLog::DoLogRecord(level, text, info);
 }
 
 void CLog2Disk::DoLogTextAtLevel(wxLogLevel, const wxString& text) {

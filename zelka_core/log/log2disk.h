@@ -10,7 +10,11 @@ class CLog2Disk : public wxLog {
   public:
     CLog2Disk();
 
+    // From here on errors and warnings of every target go to the system's journal, too.
+    static void UseJournal();
+
   protected:
+    void DoLogRecord(wxLogLevel level, const wxString& text, const wxLogRecordInfo& info) override;
     void DoLogTextAtLevel(wxLogLevel level, const wxString& text) override;
 };
 

@@ -37,16 +37,7 @@ void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
         value.Replace("\"", "");
         (void)m_pDom->SetWx("app.trace", value);
     }
-    if (parser.Found("domain_var", &value)) {
-        const std::size_t equals = value.find('=');
-        if (equals == wxString::npos || equals == 0) {
-            PrintToStandardError(wxString::Format(
-                "Ignoring invalid domain variable specification '%s': expected name=value format\n",
-                value));
-        } else {
-            (void)m_pDom->Set(ToUtf8(value.substr(0, equals)), ToUtf8(value.substr(equals + 1)));
-        }
-    }
+    TakeDomainVariables(parser);
     if (parser.Found("unittest", &value)) {
         if (!HasWildcard(value) && !wxFileName::IsFileReadable(value)) {
             PrintToStandardError(wxString::Format("%s: not found", value));
@@ -57,6 +48,24 @@ void CAgentApp::TakeRemainingOptions(const wxCmdLineParser& parser) {
     }
     if (parser.Found("test")) {
         (void)m_pDom->Set("app.mode.unittest", true);
+    }
+}
+
+// The option may be given several times; the parser's own answer is the last value alone.
+void CAgentApp::TakeDomainVariables(const wxCmdLineParser& parser) {
+    for (const wxCmdLineArg& argument : parser.GetArguments()) {
+        if (argument.GetKind() != wxCMD_LINE_OPTION || argument.GetShortName() != "d") {
+            continue;
+        }
+        const wxString& value = argument.GetStrVal();
+        const std::size_t equals = value.find('=');
+        if (equals == wxString::npos || equals == 0) {
+            PrintToStandardError(wxString::Format(
+                "Ignoring invalid domain variable specification '%s': expected name=value format\n",
+                value));
+        } else {
+            (void)m_pDom->Set(ToUtf8(value.substr(0, equals)), ToUtf8(value.substr(equals + 1)));
+        }
     }
 }
 

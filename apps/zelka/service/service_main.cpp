@@ -46,6 +46,7 @@ void ServiceMainEntry(DWORD argc, const wchar_t** argv) {
 }
 
 void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
+    ZelkaCore::CLog2Disk::UseJournal();
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() - svc name is '%s'", arguments[0]);
     (void)m_pDom->SetWx("app.windows.service.name", arguments[0]);
 

@@ -136,6 +136,9 @@ void ExtendServiceTimeout();
 
 // What the process is to end with after its service has stopped: 0, or, if the profile's variable
 // asks for it, the exit code of the last SERVICE_STOPPED report, by which systemd judges the
-// service. The system keeps the low 8 bits of it; another code whose low 8 bits are 0 becomes 255,
-// so that a failure stays one.
+// service, as ExitStatusOf has it.
 int ServiceExitStatus();
+
+// The exit code of a process that is to end with `code`. The system keeps the low 8 bits of it;
+// another code whose low 8 bits are 0 becomes 255, so that a failure stays one.
+int ExitStatusOf(DWORD code);

@@ -15,14 +15,17 @@ int CAgentApp::OnRunScript() {
             return result;
         }
     }
-    if (const int result = StartAppModule()) {
-        return result;
-    }
-    if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
-        return result;
-    }
-    (void)SetUnhandledExceptionFilter(nullptr);
-    return RunAppMethod(L"shutdown");
+    const auto run = [this] {
+        if (const int result = StartAppModule()) {
+            return result;
+        }
+        if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
+            return result;
+        }
+        (void)SetUnhandledExceptionFilter(nullptr);
+        return RunAppMethod(L"shutdown");
+    };
+    return ExitStatusOf(static_cast<DWORD>(run()));
 }
 
 // True if the process was a service, or should have been one and could not; `result` is the

@@ -27,6 +27,9 @@ namespace {
 
 constexpr SERVICE_STATUS_HANDLE kStatusHandle = 1;  // of the one service that a process can be
 
+// Bytes, for the body of the service, whatever `ulimit -s` says: scripts nest deep there.
+constexpr std::size_t kStackSize = 8'388'608;
+
 std::error_code Errno(std::errc code) {
     return std::make_error_code(code);
 }
@@ -80,7 +83,7 @@ class Service {
     std::error_code Report(const SERVICE_STATUS& status, const std::string& phase);
 
   private:
-    void RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept;
+    void RunBody() noexcept;
     void Dispatch();
     void TakeSignals();
     void Handle(DWORD control);
@@ -88,6 +91,7 @@ class Service {
     void Wake() const;
 
     // Constant once the body runs.
+    LPSERVICE_MAIN_FUNCTIONW m_body = nullptr;
     ServiceProfile m_profile;
     std::string m_unit;
     wxString m_name;
@@ -128,18 +132,26 @@ std::error_code Service::Open() {
 }
 
 std::error_code Service::Run(LPSERVICE_MAIN_FUNCTIONW body) {
-    std::thread thread;
-    try {
-        thread = std::thread([this, body] { RunBody(body); });
-    } catch (const std::system_error& error) {
-        return error.code();
+    m_body = body;
+    pthread_attr_t attributes;
+    (void)pthread_attr_init(&attributes);
+    (void)pthread_attr_setstacksize(&attributes, kStackSize);
+    pthread_t thread{};
+    const auto run = [](void* self) -> void* {
+        static_cast<Service*>(self)->RunBody();
+        return nullptr;
+    };
+    const int code = pthread_create(&thread, &attributes, run, this);
+    (void)pthread_attr_destroy(&attributes);
+    if (code != 0) {
+        return {code, std::generic_category()};
     }
     Dispatch();
-    thread.join();
+    (void)pthread_join(thread, nullptr);
     return {};
 }
 
-void Service::RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept {
+void Service::RunBody() noexcept {
     (void)pthread_setname_np(pthread_self(), "service");
     const char* words = std::getenv(m_profile.argumentsVariable.c_str());
     const wxArrayString parameters = wxStringTokenize(
@@ -148,7 +160,7 @@ void Service::RunBody(LPSERVICE_MAIN_FUNCTIONW body) noexcept {
     for (const wxString& parameter : parameters) {
         arguments.push_back(parameter.wc_str());
     }
-    body(static_cast<DWORD>(arguments.size()), arguments.data());
+    m_body(static_cast<DWORD>(arguments.size()), arguments.data());
     m_ended = true;
     Wake();
 }

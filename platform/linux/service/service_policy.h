@@ -26,8 +26,5 @@ bool IsHardened(const SERVICE_STATUS& status);
 // A report as sd_notify takes it. A line end in the text becomes a blank.
 std::string NotificationText(const SERVICE_STATUS& status, const std::string& text);
 
-// The exit code of a process whose service stopped with `code`; see ServiceExitStatus.
-int ExitStatusOf(DWORD code);
-
 // The name of a service by its systemd unit: without `.service`. Anything else gives `otherwise`.
 std::string ServiceNameOf(const std::string& unit, const std::string& otherwise);

@@ -10,6 +10,7 @@
 
 #include "platform/file.h"
 #include "platform/private_file.h"
+#include "zelka_core/log/log_text.h"
 #include "zelka_core/mutex.h"
 #include "zelka_core/text.h"
 
@@ -145,15 +146,7 @@ bool OpenLogFile(const wxString& folder, const wxString& name) {
 }
 
 void WriteLogLine(const std::string& line) {
-    std::string text;
-    text.reserve(line.size());
-    for (const char c : line) {
-        text += c;
-        if (c == '\n') {
-            text += '\t';
-        }
-    }
-    TheLogFile().Write(text);
+    TheLogFile().Write(LogText(line));
 }
 
 void CloseLogFile() {

@@ -19,7 +19,7 @@ bool OpenLogFile(const wxString& folder, const wxString& name);
 
 // Writes a line (UTF-8, without its end). The system has it when the call returns, so that a crash
 // of the process loses none. A text of several lines has a tab in front of all but the first, so
-// that it cannot be taken for several records.
+// that it cannot be taken for several records, and control characters are written out (log_text.h).
 void WriteLogLine(const std::string& line);
 
 // Ends the log and hands waiting lines to standard error. Called at the end of the process in any

@@ -1,0 +1,90 @@
+#include "zelka_core/log/log_text.h"
+
+#include <cstddef>
+#include <cstdio>
+
+namespace ZelkaCore {
+
+namespace {
+
+constexpr std::size_t kMaximumSize = std::size_t{64} * 1024;
+
+// A character that is written out, and the bytes that it takes; 0 bytes for one that stays.
+struct Unwanted {
+    unsigned code = 0;
+    std::size_t size = 0;
+};
+
+// Of the two or three bytes at the front of `text` if they are a control of Latin-1, a line
+// separator or a direction override.
+Unwanted UnwantedBeyondAscii(std::string_view text) {
+    const auto byte = [text](std::size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+    };
+    if (byte(0) == 0xc2 && byte(1) >= 0x80 && byte(1) < 0xa0) {
+        return {byte(1), 2};
+    }
+    if (byte(0) != 0xe2 || (byte(1) != 0x80 && byte(1) != 0x81) || byte(2) < 0x80) {
+        return {};
+    }
+    const unsigned code = 0x2000U + (byte(1) - 0x80U) * 0x40U + (byte(2) - 0x80U);
+    const bool isUnwanted =
+        (code >= 0x2028 && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+    return isUnwanted ? Unwanted{code, 3} : Unwanted{};
+}
+
+Unwanted UnwantedAtFront(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first >= 0x80) {
+        return UnwantedBeyondAscii(text);
+    }
+    const bool isUnwanted = (first < 0x20 && first != '\t' && first != '\n') || first == 0x7f;
+    return isUnwanted ? Unwanted{first, 1} : Unwanted{};
+}
+
+std::string WrittenOut(unsigned code) {
+    char text[sizeof "\\u2028"];
+    if (code < 0x80) {
+        (void)std::snprintf(text, sizeof text, "\\x%02x", code);
+    } else {
+        (void)std::snprintf(text, sizeof text, "\\u%04x", code);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string LogText(std::string_view record) {
+    std::string text;
+    text.reserve(record.size());
+    while (!record.empty()) {
+        const Unwanted unwanted = UnwantedAtFront(record);
+        if (unwanted.size == 0) {
+            text += record[0];
+            if (record[0] == '\n') {
+                text += '\t';
+            }
+            record.remove_prefix(1);
+            continue;
+        }
+        text += WrittenOut(unwanted.code);
+        record.remove_prefix(unwanted.size);
+    }
+    return text;
+}
+
+std::string BoundedLogText(std::string_view text) {
+    if (text.size() <= kMaximumSize) {
+        return std::string(text);
+    }
+    std::size_t size = kMaximumSize;
+    constexpr std::size_t kLongestCharacter = 4;
+    while (size > kMaximumSize - kLongestCharacter &&
+           (static_cast<unsigned char>(text[size]) & 0xc0U) == 0x80) {
+        --size;  // not in the middle of a character
+    }
+    return std::string(text.substr(0, size)) + " ... (" + std::to_string(text.size() - size) +
+           " bytes more)";
+}
+
+}  // namespace ZelkaCore

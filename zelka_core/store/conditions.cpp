@@ -19,6 +19,12 @@ DWORD TimeLeft(const std::optional<Clock::time_point>& deadline) {
     return static_cast<DWORD>(std::clamp<std::int64_t>(left.count(), 0, INFINITE - 1));
 }
 
+// About how many bytes a raised name takes: here, and once it was waited for, in the observer.
+std::size_t SizeOf(const std::string& name) {
+    constexpr std::size_t kNode = 96;
+    return 2 * (kNode + name.size());
+}
+
 HANDLE MakeWakeEvent() {
     HANDLE event = 0;
     if (const auto error = CreateEventW(false, false, event)) {
@@ -31,7 +37,9 @@ HANDLE MakeWakeEvent() {
 
 unsigned int CConditions::Raise(const std::string& name) {
     const MutexLock lock(m_mutex);
-    ++m_raises[name];
+    if (++m_raises[name] == 1) {
+        m_size += SizeOf(name);
+    }
     unsigned int count = 0;
     for (Waiter* waiter : m_waiters) {
         const auto& names = waiter->names;
@@ -42,6 +50,16 @@ unsigned int CConditions::Raise(const std::string& name) {
         }
     }
     return count;
+}
+
+std::size_t CConditions::Size() const {
+    const MutexLock lock(m_mutex);
+    return m_size;
+}
+
+std::size_t CConditions::SizeOfNew(const std::string& name) const {
+    const MutexLock lock(m_mutex);
+    return m_raises.contains(name) ? 0 : SizeOf(name);
 }
 
 CConditions::Waiter::Waiter(CConditions& owner, std::vector<std::string> awaited, HANDLE event)
@@ -108,11 +126,16 @@ std::optional<std::size_t> CConditionObserver::FirstRaised(const std::vector<Ite
     const MutexLock lock(m_conditions.m_mutex);
     for (std::size_t i = 0; i < items.size(); ++i) {
         const auto* name = std::get_if<std::string>(&items[i]);
-        if (name != nullptr && m_conditions.Raises(*name) > m_seen[*name]) {
+        if (name != nullptr && m_conditions.Raises(*name) > Seen(*name)) {
             return i;
         }
     }
     return std::nullopt;
+}
+
+std::uint64_t CConditionObserver::Seen(const std::string& name) const {
+    const auto found = m_seen.find(name);
+    return found == m_seen.end() ? 0 : found->second;
 }
 
 // Waits for the events among the first `count` items, and for a raise when nothing is raised yet.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -22,6 +23,11 @@ class CConditions {
     // Counts one more raise and wakes every observer that waits for the name at this moment.
     // Returns how many that were; each is counted once until it waits again.
     unsigned int Raise(const std::string& name);
+
+    // About how many bytes of memory the raised names take, an observer's among them, and how many
+    // one more would take: 0 if it was raised before.
+    [[nodiscard]] std::size_t Size() const;
+    [[nodiscard]] std::size_t SizeOfNew(const std::string& name) const;
 
   private:
     friend class CConditionObserver;
@@ -46,6 +52,7 @@ class CConditions {
 
     mutable Mutex m_mutex;
     std::map<std::string, std::uint64_t> m_raises ZELKA_GUARDED_BY(m_mutex);
+    std::size_t m_size ZELKA_GUARDED_BY(m_mutex) = 0;
     std::vector<Waiter*> m_waiters ZELKA_GUARDED_BY(m_mutex);
 };
 
@@ -76,6 +83,7 @@ class CConditionObserver {
 
     Result WaitUntil(const std::vector<Item>& items, const Deadline& deadline);
     std::optional<std::size_t> FirstRaised(const std::vector<Item>& items);
+    std::uint64_t Seen(const std::string& name) const;
     Result WaitForHandles(const std::vector<Item>& items, std::size_t count, DWORD timeoutMs);
 
     // Constant after construction.

@@ -14,12 +14,19 @@ constexpr const char* kTrace = "app.trace";
 constexpr const char* kTraceMore = "app.trace+";
 
 // Hands what was written to a trace variable on to the trace.
-void ApplyTraceVariable(const std::string& name, const std::string& modules) {
+void ApplyTraceVariable(const std::string& name, const CDom::Value& modules) {
     if (name == kTrace) {
-        SetTraceModules(FromUtf8(modules));
+        SetTraceModules(FromUtf8(ToText(modules)));
     } else if (name == kTraceMore) {
-        AddTraceModules(FromUtf8(modules));
+        AddTraceModules(FromUtf8(ToText(modules)));
     }
+}
+
+// About how many bytes of memory a variable takes.
+std::size_t SizeOf(const std::string& name, const CDom::Value& value) {
+    constexpr std::size_t kNode = 128;
+    const auto* text = std::get_if<std::string>(&value);
+    return kNode + name.size() + (text != nullptr ? text->size() : 0);
 }
 
 }  // namespace
@@ -88,10 +95,27 @@ bool CDom::Write(const std::string& name, Value value) {
     if (name.empty()) {
         return false;
     }
-    ApplyTraceVariable(name, ToText(value));
+    ApplyTraceVariable(name, value);
     const MutexLock lock(m_mutex);
+    m_size += GrowthBy(name, value);
     m_variables.insert_or_assign(name, std::move(value));
     return true;
+}
+
+// Modulo 2^64 if the variable shrinks.
+std::size_t CDom::GrowthBy(const std::string& name, const Value& value) const {
+    const auto found = m_variables.find(name);
+    return SizeOf(name, value) - (found == m_variables.end() ? 0 : SizeOf(name, found->second));
+}
+
+std::size_t CDom::SizeWith(const std::string& name, const Value& value) const {
+    const MutexLock lock(m_mutex);
+    return m_size + GrowthBy(name, value) + m_conditions.Size();
+}
+
+std::size_t CDom::Size() const {
+    const MutexLock lock(m_mutex);
+    return m_size + m_conditions.Size();
 }
 
 bool CDom::SetNil(const std::string& name) {
@@ -101,7 +125,13 @@ bool CDom::SetNil(const std::string& name) {
         ClearAddedTraceModules();
     }
     const MutexLock lock(m_mutex);
-    return m_variables.erase(name) != 0;
+    const auto found = m_variables.find(name);
+    if (found == m_variables.end()) {
+        return false;
+    }
+    m_size -= SizeOf(name, found->second);
+    m_variables.erase(found);
+    return true;
 }
 
 std::vector<std::string> CDom::Names(const std::string& prefix) const {

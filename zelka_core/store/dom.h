@@ -2,6 +2,7 @@
 
 #include <wx/string.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -66,6 +67,11 @@ class CDom {
     // The names of all variables that begin with `prefix`, sorted by their bytes.
     [[nodiscard]] std::vector<std::string> Names(const std::string& prefix) const;
 
+    // About how many bytes of memory variables and the names of raised conditions take, and how
+    // many they would take with a variable written.
+    [[nodiscard]] std::size_t Size() const;
+    [[nodiscard]] std::size_t SizeWith(const std::string& name, const Value& value) const;
+
     // Raises a condition; see CConditions::Raise.
     unsigned int ConditionRaise(const std::string& name);
     [[nodiscard]] CConditions& Conditions() { return m_conditions; }
@@ -106,12 +112,14 @@ class CDom {
 
   private:
     bool Write(const std::string& name, Value value);
+    std::size_t GrowthBy(const std::string& name, const Value& value) const ZELKA_REQUIRES(m_mutex);
 
     AgentDatabase* Database();
 
     CConditions m_conditions;
     mutable Mutex m_mutex;
     std::map<std::string, Value, std::less<>> m_variables ZELKA_GUARDED_BY(m_mutex);
+    std::size_t m_size ZELKA_GUARDED_BY(m_mutex) = 0;  // of the variables
     std::unique_ptr<AgentDatabase> m_database
         ZELKA_GUARDED_BY(m_mutex);  // made once, then constant
 };

@@ -56,7 +56,8 @@ void* CheckObject(lua_State* L, int index, const char* className, const char* fu
                    luaL_typename(L, index), className);
         return nullptr;
     }
-    void* object = record->accessor({record, &record->payload});
+    void* object =
+        record->accessor != nullptr ? record->accessor({record, &record->payload}) : nullptr;
     if (object == nullptr) {
         luaL_error(L, "%s: the %s holds no object", function, className);
     }

@@ -59,6 +59,12 @@ function TestCoroutines:testOnlyFunctionsBecomeThreads()
     end
 end
 
+function TestCoroutines:testOneWithoutItsThreadIsAnErrorAndNoFault()
+    local wrapped = coroutine.wrap(print)
+    debug.setupvalue(wrapped, 1, nil)
+    lu.assertErrorMsgContains("cannot resume dead coroutine", wrapped)
+end
+
 function TestCoroutines:testForgottenThreadsAreCollected()
     local alive = setmetatable({}, { __mode = "k" })
     for _ = 1, 1000 do

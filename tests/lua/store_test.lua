@@ -36,6 +36,10 @@ function TestVariables:testNamesAreSortedByBytesAndTakeAPrefixLiterally()
     lu.assertTableContains(dom:Names(), "app.path.bin")
 end
 
+function TestVariables:testNoModuleIsLookedForInTheCurrentFolder()
+    lu.assertNotStrContains(";" .. package.path .. ";" .. package.cpath, ";.")
+end
+
 function TestVariables:testTheStoreIsOneAndOutlivesItsLuaObject()
     lu.assertIsTrue(rawequal(dom, dom0))
     lu.assertEquals({ type(dom), getmetatable(dom).__class }, { "userdata", "SLB.Dom" })

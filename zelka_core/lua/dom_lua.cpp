@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <system_error>
 
+#include "zelka_core/log/log_text.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/dom_lua_records.h"
 #include "zelka_core/lua/lua_interpreter.h"
@@ -46,29 +47,50 @@ int GetString(const DomCall& call) {
     return 1;
 }
 
-int Set(const DomCall& call) {
-    const std::string name = call.Name(2);
-    switch (lua_type(call.L, 3)) {
-        case LUA_TNIL:
-            (void)call.dom.SetNil(name);
-            break;
-        case LUA_TBOOLEAN:
-            (void)call.dom.Set(name, lua_toboolean(call.L, 3) != 0);
-            break;
-        case LUA_TNUMBER:
-            (void)call.dom.Set(name, call.Integer(3, "value"));
-            break;
-        case LUA_TSTRING:
-            (void)call.dom.Set(name, call.Text(3, "value"));
-            break;
-        default:
-            call.RaiseType(3, "value", "a string, an integer, a boolean or nil");
+// Counts what the store is going to hold, as `size` tells it, into the memory limit. Raises an
+// error if that is too much even without garbage.
+template <class Size>
+void Reserve(const DomCall& call, const Size& size) {
+    CLuaInterpreter* interpreter = CLuaInterpreter::Of(call.L);
+    if (interpreter == nullptr || interpreter->CountOutside(size())) {
+        return;
     }
-    return 0;
+    lua_gc(call.L, LUA_GCCOLLECT, 0);
+    if (!interpreter->CountOutside(size())) {
+        luaL_error(call.L, "%s: not enough memory", call.Member());
+    }
 }
 
 int SetNil(const DomCall& call) {
     (void)call.dom.SetNil(call.Name(2));
+    if (CLuaInterpreter* interpreter = CLuaInterpreter::Of(call.L)) {
+        (void)interpreter->CountOutside(call.dom.Size());
+    }
+    return 0;
+}
+
+void Write(const DomCall& call, const std::string& name, const CDom::Value& value) {
+    Reserve(call, [&] { return call.dom.SizeWith(name, value); });
+    std::visit([&](const auto& content) { (void)call.dom.Set(name, content); }, value);
+}
+
+int Set(const DomCall& call) {
+    const std::string name = call.Name(2);
+    switch (lua_type(call.L, 3)) {
+        case LUA_TNIL:
+            return SetNil(call);
+        case LUA_TBOOLEAN:
+            Write(call, name, lua_toboolean(call.L, 3) != 0);
+            break;
+        case LUA_TNUMBER:
+            Write(call, name, call.Integer(3, "value"));
+            break;
+        case LUA_TSTRING:
+            Write(call, name, call.Text(3, "value"));
+            break;
+        default:
+            call.RaiseType(3, "value", "a string, an integer, a boolean or nil");
+    }
     return 0;
 }
 
@@ -84,7 +106,11 @@ int Names(const DomCall& call) {
 }
 
 int ConditionRaise(const DomCall& call) {
-    lua_pushunsigned(call.L, call.dom.ConditionRaise(call.Name(2)));
+    const std::string name = call.Name(2);
+    if (const std::size_t more = call.dom.Conditions().SizeOfNew(name)) {
+        Reserve(call, [&] { return call.dom.Size() + more; });
+    }
+    lua_pushunsigned(call.L, call.dom.ConditionRaise(name));
     return 1;
 }
 
@@ -128,7 +154,7 @@ int Wait(const DomCall& call) {
     const auto items = CheckWaitItems(call);
     CConditionObserver& observer = interpreter->Observer(call.dom.Conditions());
     const auto result = [&] {
-        const CLuaStateLock::GiveBack giveBack(interpreter->Lock());
+        const CLuaStateLock::GiveBack giveBack(interpreter->Lock(), L);
         return observer.Wait(items, timeout);
     }();
     switch (result.kind) {
@@ -168,7 +194,7 @@ int GetPluginWorkdir(const DomCall& call) {
 
 // The framework's log functions would end the text at a null.
 wxString CheckLogText(const DomCall& call, int index) {
-    std::string text = call.Text(index, "text");
+    std::string text = BoundedLogText(call.TextView(index, "text"));
     std::replace(text.begin(), text.end(), '\0', '?');
     return FromUtf8(text);
 }

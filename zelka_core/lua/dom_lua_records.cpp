@@ -17,7 +17,7 @@ template <class Work>
 auto WithoutLua(lua_State* L, const Work& work) {
     std::optional<CLuaStateLock::GiveBack> giveBack;
     if (CLuaInterpreter* interpreter = CLuaInterpreter::Of(L)) {
-        giveBack.emplace(interpreter->Lock());
+        giveBack.emplace(interpreter->Lock(), L);
     }
     return work();
 }

@@ -1,5 +1,7 @@
 #include "zelka_core/lua/lua_archive.h"
 
+#include <wx/log.h>
+
 #include <lua.hpp>
 
 #include <algorithm>
@@ -14,9 +16,16 @@
 namespace ZelkaCore {
 
 bool LuaArchive::Open(std::string& fault) {
-    if (m_isOpen) {
-        return true;
+    if (!m_isOpen && m_fault.empty() && !ReadDirectory(m_fault)) {
+        wxLogWarning("A Lua archive is passed over: %s", FromUtf8(m_fault));
     }
+    if (!m_isOpen) {
+        fault = m_fault;
+    }
+    return m_isOpen;
+}
+
+bool LuaArchive::ReadDirectory(std::string& fault) {
     ZipArchive zip;
     std::string reason;
     if (!zip.Open(m_path, reason)) {
@@ -109,8 +118,10 @@ class ArchiveSearcher {
     // True to go on with the next archive.
     static bool SearchArchive(LuaArchive& archive, const std::string (&candidates)[2],
                               SearchResult& result) {
-        if (!archive.Open(result.fault)) {
-            return false;
+        std::string fault;
+        if (!archive.Open(fault)) {
+            result.tried += "\n\tno look into " + fault;
+            return true;
         }
         for (const std::string& candidate : candidates) {
             if (const ZipEntry* entry = archive.Find(candidate)) {
@@ -131,16 +142,26 @@ class ArchiveSearcher {
 // What the userdata holds. Empty once collected, which a script can bring about early.
 using SearcherPtr = std::unique_ptr<ArchiveSearcher>;
 
+// Null for anything else, which a script can put in its place by way of the debug library.
+SearcherPtr* SearcherAt(lua_State* L, int index) {
+    void* userdata = luaL_testudata(L, index, kMetatable);
+    return userdata != nullptr && lua_rawlen(L, index) == sizeof(SearcherPtr)
+               ? static_cast<SearcherPtr*>(userdata)
+               : nullptr;
+}
+
 int CollectSearcher(lua_State* L) {
-    static_cast<SearcherPtr*>(luaL_checkudata(L, 1, kMetatable))->reset();
+    if (SearcherPtr* searcher = SearcherAt(L, 1)) {
+        searcher->reset();
+    }
     return 0;
 }
 
 // A Lua error unwinds this function like any C++ exception.
 int SearchModule(lua_State* L) {
-    const auto* searcher = static_cast<SearcherPtr*>(lua_touserdata(L, lua_upvalueindex(1)));
+    const SearcherPtr* searcher = SearcherAt(L, lua_upvalueindex(1));
     const char* module = luaL_checkstring(L, 1);
-    if (!*searcher) {
+    if (searcher == nullptr || !*searcher) {
         return luaL_error(L, "the archives are closed");
     }
     const SearchResult result = (*searcher)->Search(module);

@@ -23,8 +23,8 @@ class LuaArchive {
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
     // False if the archive cannot be opened, is damaged, or holds two entries of one name, with the
-    // reason, which names the archive, in `fault`; the next call tries again. True at once when it
-    // is open.
+    // reason, which names the archive, in `fault`. The first call decides, and tells a failure in
+    // the log.
     bool Open(std::string& fault);
 
     // The entry of exactly that name; null if there is none or the archive is not open. Valid until
@@ -36,9 +36,12 @@ class LuaArchive {
     bool Read(const ZipEntry& entry, std::string& content, std::string& fault);
 
   private:
+    bool ReadDirectory(std::string& fault);
+
     std::string m_path;
     ZipArchive m_zip;
     bool m_isOpen = false;
+    std::string m_fault;  // why it is not
     std::unordered_map<std::string, std::size_t> m_indices;
 };
 
@@ -46,8 +49,8 @@ class LuaArchive {
 // `a.b` is the entry a/b.lua, or else a/b/init.lua. It gives `require` the module's chunk, named
 // `@<archive>/<entry>`, and
 // `<archive>/<entry>` as the loader's second argument; or the text of the places where it looked. A
-// damaged archive or entry, text that does not compile, and a precompiled chunk raise a Lua error
-// that names them.
+// damaged archive is passed over: it is told in the log, and among those places. A damaged entry,
+// text that does not compile, and a precompiled chunk raise a Lua error that names them.
 //
 // The function owns the open archives and closes them when it is collected. Returns 1, as a
 // lua_CFunction would. It runs under whatever guards the Lua state, and reads files there.

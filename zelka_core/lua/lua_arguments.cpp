@@ -19,6 +19,10 @@ void LuaCall::RaiseType(int index, const char* argument, const std::string& want
 }
 
 std::string LuaCall::Text(int index, const char* argument) const {
+    return std::string(TextView(index, argument));
+}
+
+std::string_view LuaCall::TextView(int index, const char* argument) const {
     if (lua_type(L, index) != LUA_TSTRING) {
         RaiseType(index, argument, "a string");
     }

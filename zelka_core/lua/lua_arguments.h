@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <lua.hpp>
 #include <string>
+#include <string_view>
 
 namespace ZelkaCore {
 
@@ -19,6 +20,7 @@ class LuaCall {
     [[nodiscard]] bool IsGiven(int index) const { return !lua_isnoneornil(L, index); }
 
     [[nodiscard]] std::string Text(int index, const char* argument) const;
+    [[nodiscard]] std::string_view TextView(int index, const char* argument) const;
 
     // A text that is not empty.
     [[nodiscard]] std::string Name(int index, const char* argument = "name") const;

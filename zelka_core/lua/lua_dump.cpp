@@ -1,10 +1,12 @@
 #include <wx/log.h>
 
+#include <cstdio>
 #include <lua.hpp>
 #include <string>
 
-#include "zelka_core/log/trace.h"
+#include "zelka_core/log/log_text.h"
 #include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/lua_patch.h"
 #include "zelka_core/text.h"
 
@@ -12,7 +14,11 @@ namespace ZelkaCore {
 
 namespace {
 
-constexpr int kFramesShown = 40;          // of a thread, when locals are listed
+// A dump makes no Lua strings where it can help it: the collector rests meanwhile.
+
+constexpr int kFramesShown = 40;     // of a thread, when locals are listed
+constexpr int kInnermostShown = 12;  // of a traceback, and the outermost
+constexpr int kOutermostShown = 10;
 constexpr std::size_t kValueShown = 120;  // bytes of a local's value
 
 struct DumpOptions {
@@ -21,15 +27,20 @@ struct DumpOptions {
     bool variables;
 };
 
-// How a script would see the thread: coroutine.status without the coroutine.
+// What the thread is about: coroutine.status without the coroutine, and whether it waits.
 const char* StatusOf(lua_State* L, lua_State* thread) {
-    if (thread == L) {
-        return "running";
+    CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
+    lua_State* waiting = interpreter != nullptr ? interpreter->Lock().Waiting() : nullptr;
+    if (thread == waiting) {
+        return "waiting";
+    }
+    lua_Debug frame;
+    if (thread == L && waiting == nullptr) {
+        return lua_getstack(L, 1, &frame) ? "running" : "idle";  // level 0 is the dump itself
     }
     if (lua_status(thread) == LUA_YIELD) {
         return "suspended";
     }
-    lua_Debug frame;
     if (lua_status(thread) == LUA_OK && lua_getstack(thread, 0, &frame)) {
         return "normal";
     }
@@ -48,6 +59,62 @@ std::string PlaceOf(lua_State* thread) {
     return "outside Lua code";
 }
 
+// Where a level of a traceback is, as Lua's own tracebacks have it.
+std::string ShowFrame(lua_State* thread, lua_Debug& frame) {
+    lua_getinfo(thread, "Slnt", &frame);
+    std::string text = std::string("\n\t") + frame.short_src + ":";
+    if (frame.currentline > 0) {
+        text += std::to_string(frame.currentline) + ":";
+    }
+    text += " in ";
+    if (*frame.namewhat != '\0') {
+        text += std::string("function '") + frame.name + "'";
+    } else if (*frame.what == 'm') {
+        text += "main chunk";
+    } else if (*frame.what == 'C') {
+        text += "?";
+    } else {
+        text += std::string("function <") + frame.short_src + ":" +
+                std::to_string(frame.linedefined) + ">";
+    }
+    return text + (frame.istailcall ? "\n\t(...tail calls...)" : "");
+}
+
+int CountFrames(lua_State* thread, int from) {
+    lua_Debug frame;
+    int beyond = from + 1;
+    while (lua_getstack(thread, beyond, &frame)) {
+        from = beyond;
+        beyond *= 2;
+    }
+    while (from < beyond) {
+        const int middle = from + (beyond - from) / 2;
+        if (lua_getstack(thread, middle, &frame)) {
+            from = middle + 1;
+        } else {
+            beyond = middle;
+        }
+    }
+    return from;
+}
+
+std::string ShowTraceback(lua_State* thread, int level) {
+    std::string text = "stack traceback:";
+    const int frames = CountFrames(thread, level);
+    const int skipFrom = level + kInnermostShown;
+    const int skipTo = frames - kOutermostShown;
+    lua_Debug frame;
+    for (; lua_getstack(thread, level, &frame); ++level) {
+        if (level == skipFrom && skipTo > skipFrom) {
+            text += "\n\t...";
+            level = skipTo - 1;
+        } else {
+            text += ShowFrame(thread, frame);
+        }
+    }
+    return text;
+}
+
 // What tostring would say, without calling into a script's metamethods, cut to a line.
 std::string ShowValue(lua_State* L, int index) {
     switch (lua_type(L, index)) {
@@ -56,9 +123,8 @@ std::string ShowValue(lua_State* L, int index) {
         case LUA_TBOOLEAN:
             return lua_toboolean(L, index) ? "true" : "false";
         case LUA_TNUMBER: {
-            lua_pushvalue(L, index);  // lua_tolstring would turn the value itself into a string
-            std::string text = lua_tostring(L, -1);
-            lua_pop(L, 1);
+            char text[LUAI_MAXNUMBER2STR];
+            (void)std::snprintf(text, sizeof text, LUA_NUMBER_FMT, lua_tonumber(L, index));
             return text;
         }
         case LUA_TSTRING: {
@@ -93,14 +159,12 @@ std::string ShowLocals(lua_State* thread) {
 
 void DumpThread(lua_State* L, lua_State* thread, const std::string& name,
                 const DumpOptions& options) {
-    if (!lua_checkstack(thread, LUA_MINSTACK)) {
+    if (thread == nullptr || !lua_checkstack(thread, 1)) {
         return;
     }
     std::string text = "Lua thread " + name + ": " + StatusOf(L, thread) + " at " + PlaceOf(thread);
     if (options.tracebacks) {
-        luaL_traceback(L, thread, nullptr, thread == L ? 1 : 0);  // not the dump itself
-        text += std::string("\n") + lua_tostring(L, -1);
-        lua_pop(L, 1);
+        text += "\n" + ShowTraceback(thread, thread == L ? 1 : 0);  // not the dump itself
     }
     if (options.locals) {
         text += "\n" + ShowLocals(thread);
@@ -115,7 +179,7 @@ void DumpThreads(lua_State* L, const DumpOptions& options) {
     LuaPatchForWin::PushThreads(L);
     lua_pushnil(L);
     while (lua_next(L, -2)) {
-        lua_State* thread = lua_tothread(L, -2);
+        lua_State* thread = lua_tothread(L, -2);  // null if a script has put something else there
         DumpThread(L, thread, wxString::Format("%p", static_cast<void*>(thread)).utf8_string(),
                    options);
         lua_pop(L, 1);
@@ -126,7 +190,8 @@ void DumpThreads(lua_State* L, const DumpOptions& options) {
 void DumpVariables(const CDom& dom) {
     std::string text = "Domain variables:";
     for (const std::string& name : dom.Names("")) {
-        text += "\n\t" + name + " = " + (IsSecretName(name) ? "***" : dom.Get(name));
+        text +=
+            "\n\t" + name + " = " + (IsSecretName(name) ? "***" : BoundedLogText(dom.Get(name)));
     }
     wxLogVerbose("%s", FromUtf8(text));
 }

@@ -2,22 +2,19 @@
 
 #include <wx/log.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "platform/memory.h"
+#include "zelka_core/lua/lua_hook.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
 
 namespace {
-
-// How many virtual machine instructions a script may run before it looks for work of other threads:
-// some ten microseconds.
-constexpr int kInstructionsBetweenLooks = 2000;
-
-const char kRegistryKey = 'i';  // its address is the interpreter's key in the Lua registry
 
 std::string ReadToEnd(wxInputStream& stream) {
     std::string text;
@@ -56,6 +53,19 @@ wxString TextOfError(lua_State* L, int status) {
     return FromUtf8(std::string(text, size));
 }
 
+// The elements of a search path that do not depend on the current folder.
+std::string AbsoluteElements(std::string_view path) {
+    std::string absolute;
+    while (!path.empty()) {
+        const std::string_view element = path.substr(0, path.find(';'));
+        if (element.starts_with('/')) {
+            absolute.append(";").append(element);
+        }
+        path.remove_prefix(std::min(element.size() + 1, path.size()));
+    }
+    return absolute;
+}
+
 // Puts `front`, the program's folder and what stands there already into a search path.
 void SetSearchPath(lua_State* L, const char* field, const std::string& front,
                    const std::string& bin) {
@@ -63,8 +73,8 @@ void SetSearchPath(lua_State* L, const char* field, const std::string& front,
     lua_getfield(L, -1, field);
     const char* defaults = lua_tostring(L, -1);
     std::string path = front.empty() ? bin : front + ";" + bin;
-    if (defaults != nullptr && *defaults != '\0') {
-        path.append(";").append(defaults);
+    if (defaults != nullptr) {
+        path += AbsoluteElements(defaults);
     }
     lua_pushlstring(L, path.data(), path.size());
     lua_setfield(L, -3, field);
@@ -85,25 +95,16 @@ CLuaInterpreter::CLuaInterpreter(bool generational, const wchar_t* name, bool op
         wxLogFatalError("No memory for a Lua state");
     }
     m_lock.SetState(m_L);
-    lua_pushlightuserdata(m_L, const_cast<char*>(&kRegistryKey));
-    lua_pushlightuserdata(m_L, this);
-    lua_rawset(m_L, LUA_REGISTRYINDEX);
     if (generational) {
         lua_gc(m_L, LUA_GCGEN, 0);
     }
     if (openLibraries) {
         lua_pushcfunction(m_L, OpenLibraries);
         (void)lua_pcall(m_L, 0, 0, 0);
-        lua_pushlightuserdata(m_L, this);
-        lua_pushcclosure(m_L, Print, 1);
+        lua_pushcfunction(m_L, Print);
         lua_setglobal(m_L, "print");
-        lua_getglobal(m_L, "debug");
-        lua_getfield(m_L, -1, "sethook");
-        lua_pushcclosure(m_L, SetHook, 1);
-        lua_setfield(m_L, -2, "sethook");
-        lua_pop(m_L, 1);
     }
-    LookForWork(m_L);
+    InstallLookHook(m_L);
 }
 
 CLuaInterpreter::~CLuaInterpreter() {
@@ -113,11 +114,16 @@ CLuaInterpreter::~CLuaInterpreter() {
 }
 
 CLuaInterpreter* CLuaInterpreter::Of(lua_State* L) {
-    lua_pushlightuserdata(L, const_cast<char*>(&kRegistryKey));
-    lua_rawget(L, LUA_REGISTRYINDEX);
-    auto* self = static_cast<CLuaInterpreter*>(lua_touserdata(L, -1));
-    lua_pop(L, 1);
-    return self;
+    void* self = nullptr;
+    return lua_getallocf(L, &self) == Allocate ? static_cast<CLuaInterpreter*>(self) : nullptr;
+}
+
+bool CLuaInterpreter::CountOutside(std::uint64_t bytes) {
+    if (bytes > m_memoryOutside && m_memoryUsed + bytes > m_memoryLimit) {
+        return false;
+    }
+    m_memoryOutside = bytes;
+    return true;
 }
 
 void CLuaInterpreter::SetPackagePaths(const std::string& bin, const std::string& path,
@@ -179,7 +185,8 @@ void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, st
         return nullptr;
     }
     const bool grows = block == nullptr || newSize > oldSize;
-    if (grows && used + newSize > interpreter.m_memoryLimit) {
+    if (grows && used + newSize + interpreter.m_memoryOutside > interpreter.m_memoryLimit &&
+        !interpreter.m_lock.IsServing()) {
         return nullptr;  // Lua collects garbage and asks once more, then raises an error
     }
     void* moved = std::realloc(block, newSize);
@@ -190,41 +197,20 @@ void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, st
     return moved;
 }
 
-void CLuaInterpreter::CountHook(lua_State* L, lua_Debug*) {
-    CLuaInterpreter* self = Of(L);
-    if (self != nullptr && self->m_lock.HasWork()) {
-        self->m_lock.ServeWork(L);
-    }
-}
-
-// Lua threads that are made later inherit the hook.
-void CLuaInterpreter::LookForWork(lua_State* L) {
-    lua_sethook(L, CountHook, LUA_MASKCOUNT, kInstructionsBetweenLooks);
-}
-
-// debug.sethook, as Lua has it, but a script that takes its hook away gets the interpreter's back.
-int CLuaInterpreter::SetHook(lua_State* L) {
-    lua_State* const thread = lua_isthread(L, 1) ? lua_tothread(L, 1) : L;
-    const int arguments = lua_gettop(L);
-    luaL_checkstack(L, arguments + 1, "too many arguments");
-    lua_pushvalue(L, lua_upvalueindex(1));
-    for (int i = 1; i <= arguments; ++i) {
-        lua_pushvalue(L, i);  // the originals keep the thread alive
-    }
-    lua_call(L, arguments, 0);
-    if (lua_gethook(thread) == nullptr) {
-        LookForWork(thread);
-    }
-    return 0;
-}
-
 // print, as Lua has it, but to the output of the running chunk.
 int CLuaInterpreter::Print(lua_State* L) {
-    auto* self = static_cast<CLuaInterpreter*>(lua_touserdata(L, lua_upvalueindex(1)));
+    const CLuaInterpreter* self = Of(L);
     const int count = lua_gettop(L);
+    lua_getglobal(L, "tostring");
     for (int i = 1; i <= count; ++i) {
+        lua_pushvalue(L, count + 1);
+        lua_pushvalue(L, i);
+        lua_call(L, 1, 1);
         std::size_t size = 0;
-        const char* text = luaL_tolstring(L, i, &size);
+        const char* text = lua_tolstring(L, -1, &size);
+        if (text == nullptr) {
+            return luaL_error(L, "'tostring' must return a string to 'print'");
+        }
         if (i > 1) {
             self->WriteOutput("\t", 1);
         }

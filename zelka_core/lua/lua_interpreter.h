@@ -13,9 +13,10 @@
 
 namespace ZelkaCore {
 
-// Owns one Lua 5.2 state and the lock that guards it. Nothing that a script does inside the state
-// can end the process: errors, stack overflows and exhausted memory all come back as a failed
-// chunk.
+// Owns one Lua 5.2 state and the lock that guards it. Errors, stack overflows and exhausted memory
+// in a script do not end the process: they all come back as a failed chunk. What a script is free
+// to end it with are os.exit, C modules, and the debug library, which can break what native
+// functions rely on.
 class CLuaInterpreter {
   public:
     // A complete state. `generational` selects Lua's generational garbage collector; `name` is what
@@ -31,15 +32,20 @@ class CLuaInterpreter {
     [[nodiscard]] CLuaStateLock& Lock() { return m_lock; }
 
     // The interpreter that owns a state, for a binding that is called in it; null for another
-    // state.
+    // state. Looks at nothing that a script could change, and is safe in a signal handler.
     static CLuaInterpreter* Of(lua_State* L);
 
     // The memory that the state may use, in bytes. At first half of what the process may hope for.
+    // Work of other threads (CLuaStateLock) may exceed it.
     void SetMemoryLimit(std::uint64_t bytes) { m_memoryLimit = bytes; }
 
-    // Sets `package.path` to `path`, `<bin>/?.lua`, `<bin>/?/init.lua` and Lua's own default, in
-    // this order, and `package.cpath` likewise with `cpath` and `<bin>/?.so`. `path` and `cpath`
-    // may be empty. May raise a Lua error.
+    // Counts memory outside of the state that scripts have brought about into the limit, `bytes` in
+    // the place of what was told before. False, with nothing changed, if there is no room for more.
+    bool CountOutside(std::uint64_t bytes);
+
+    // Sets `package.path` to `path`, `<bin>/?.lua`, `<bin>/?/init.lua` and what is absolute of
+    // Lua's own default, in this order, and `package.cpath` likewise with `cpath` and `<bin>/?.so`.
+    // `path` and `cpath` may be empty. May raise a Lua error.
     void SetPackagePaths(const std::string& bin, const std::string& path, const std::string& cpath);
 
     // Runs a chunk of Lua text in protected mode, holding the lock. `chunk` is read to its end; it
@@ -64,10 +70,7 @@ class CLuaInterpreter {
 
   private:
     static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
-    static void CountHook(lua_State* L, lua_Debug* activation);
     static int Print(lua_State* L);
-    static int SetHook(lua_State* L);
-    static void LookForWork(lua_State* L);
 
     int CallChunk(const std::string& text, int arguments, int results, const wxString& name);
     void WriteOutput(const char* text, std::size_t size) const;
@@ -81,6 +84,7 @@ class CLuaInterpreter {
     // Guarded by m_lock.
     std::uint64_t m_memoryLimit;
     std::uint64_t m_memoryUsed = 0;
+    std::uint64_t m_memoryOutside = 0;
     bool m_closing = false;
     wxString m_errorInfo;
     wxOutputStream* m_output = nullptr;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/lua/lua_children.h"
@@ -56,7 +57,11 @@ bool Resume(lua_State* L, lua_State* thread) {
 
 // The function that coroutine.wrap returns.
 int ResumeWrapped(lua_State* L) {
-    if (Resume(L, lua_tothread(L, lua_upvalueindex(1)))) {
+    lua_State* thread = lua_tothread(L, lua_upvalueindex(1));
+    if (thread == nullptr) {  // a script has put something else there
+        return luaL_error(L, "cannot resume dead coroutine");
+    }
+    if (Resume(L, thread)) {
         return lua_gettop(L);
     }
     if (lua_isstring(L, -1)) {
@@ -82,8 +87,13 @@ int ExitProcess(lua_State* L) {
     std::_Exit(code);
 }
 
+// os.setlocale, with "C" as the one locale of the system.
 int SetLocale(lua_State* L) {
-    if (lua_isnoneornil(L, 1)) {
+    static const char* const kCategories[] = {"all",     "collate", "ctype", "monetary",
+                                              "numeric", "time",    nullptr};
+    const std::string_view locale = luaL_optstring(L, 1, "C");
+    (void)luaL_checkoption(L, 2, "all", kCategories);
+    if (locale == "C" || locale == "POSIX") {
         lua_pushliteral(L, "C");
     } else {
         lua_pushnil(L);

@@ -11,8 +11,8 @@ class LuaPatchForWin {
     //   coroutine.create, coroutine.wrap  behave as ever, and dumps know the threads they make
     //   os.exit([code])                   ends the process with what was written so far flushed;
     //                                     it works from any thread, and nothing is run any more
-    //   os.setlocale                      answers nil to any change: the text settings belong to
-    //                                     the whole process
+    //   os.setlocale                      knows the locale "C" alone, which is in force: the text
+    //                                     settings belong to the whole process
     //   os.execute, io.popen              behave as ever; see lua_children.h
     // Returns 0; may raise a Lua error.
     static int LuaPatch(lua_State* L);

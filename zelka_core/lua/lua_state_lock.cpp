@@ -1,7 +1,7 @@
 #include "zelka_core/lua/lua_state_lock.h"
 
 #include <algorithm>
-#include <utility>
+#include <lua.hpp>
 
 namespace ZelkaCore {
 
@@ -25,6 +25,9 @@ void CLuaStateLock::Release() {
 }
 
 unsigned CLuaStateLock::ReleaseAll() {
+    if (m_serving) {
+        return 0;
+    }
     ServeWork(m_L);
     const MutexLock lock(m_mutex);
     m_owner = {};
@@ -33,6 +36,9 @@ unsigned CLuaStateLock::ReleaseAll() {
 }
 
 void CLuaStateLock::AcquireAgain(unsigned depth) {
+    if (depth == 0) {
+        return;  // nothing was released
+    }
     const MutexLock lock(m_mutex);
     while (m_depth != 0) {
         m_changed.Wait(m_mutex);
@@ -47,7 +53,7 @@ bool CLuaStateLock::Run(Work work, std::chrono::milliseconds patience) {
     {
         const MutexLock lock(m_mutex);
         m_requests.push_back(request);
-        m_waiting = m_requests.size();
+        m_requested = m_requests.size();
         while (m_depth != 0 && !request->done) {
             if (!m_changed.WaitUntil(m_mutex, deadline) && !request->done && m_depth != 0) {
                 return false;
@@ -64,15 +70,28 @@ bool CLuaStateLock::Run(Work work, std::chrono::milliseconds patience) {
 }
 
 void CLuaStateLock::ServeWork(lua_State* L) noexcept {
-    while (HasWork()) {
+    while (!m_serving && HasWork()) {
         const auto request = TakeRequest();
         if (!request) {
             return;
         }
-        request->work(L);
+        RunWork(request->work, L);
         const MutexLock lock(m_mutex);
         request->done = true;
         m_changed.NotifyAll();
+    }
+}
+
+void CLuaStateLock::RunWork(const Work& work, lua_State* L) {
+    const bool collects = lua_gc(L, LUA_GCISRUNNING, 0) != 0;
+    if (collects) {
+        lua_gc(L, LUA_GCSTOP, 0);
+    }
+    m_serving = true;
+    work(L);
+    m_serving = false;
+    if (collects) {
+        lua_gc(L, LUA_GCRESTART, 0);
     }
 }
 
@@ -83,7 +102,7 @@ std::shared_ptr<CLuaStateLock::Request> CLuaStateLock::TakeRequest() {
     }
     auto request = std::move(m_requests.front());
     m_requests.pop_front();
-    m_waiting = m_requests.size();
+    m_requested = m_requests.size();
     return request;
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "zelka_core/mutex.h"
 
@@ -16,7 +17,9 @@ namespace ZelkaCore {
 // The one lock of a Lua state. The thread that runs Lua holds it for as long as the virtual machine
 // runs and gives it back while a script waits. Another thread that wants to look at the state hands
 // over a piece of work: it runs at once if the state is free, and otherwise inside the running
-// script, which looks for work every so often (ServeWork).
+// script, which looks for work every so often (ServeWork). While such work runs the state belongs
+// to it alone: the garbage collector rests, so that no finaliser runs in the middle of it, and
+// nothing that the work calls gives the lock back.
 class CLuaStateLock {
   public:
     // Work on the state; the argument is the Lua thread to work on. Leaves its stack as it was.
@@ -34,17 +37,22 @@ class CLuaStateLock {
         CLuaStateLock& m_lock;
     };
 
-    // Gives the lock back for a scope, however often the thread holds it, while it waits for
-    // something outside Lua. The thread has to hold it.
+    // Gives the lock back for a scope, however often the thread holds it, while the Lua thread `L`
+    // waits for something outside Lua. The thread has to hold it. Inside work it is kept.
     class GiveBack {
       public:
-        explicit GiveBack(CLuaStateLock& lock) : m_lock(lock), m_depth(lock.ReleaseAll()) {}
-        ~GiveBack() { m_lock.AcquireAgain(m_depth); }
+        GiveBack(CLuaStateLock& lock, lua_State* L)
+            : m_lock(lock), m_outer(std::exchange(lock.m_waiting, L)), m_depth(lock.ReleaseAll()) {}
+        ~GiveBack() {
+            m_lock.AcquireAgain(m_depth);
+            m_lock.m_waiting = m_outer;
+        }
         GiveBack(const GiveBack&) = delete;
         GiveBack& operator=(const GiveBack&) = delete;
 
       private:
         CLuaStateLock& m_lock;
+        lua_State* m_outer;
         unsigned m_depth;
     };
 
@@ -58,11 +66,16 @@ class CLuaStateLock {
     bool Run(Work work, std::chrono::milliseconds patience);
 
     // Whether work waits. Costs one load.
-    [[nodiscard]] bool HasWork() const { return m_waiting.load(std::memory_order_relaxed) != 0; }
+    [[nodiscard]] bool HasWork() const { return m_requested.load(std::memory_order_relaxed) != 0; }
 
     // Runs the work that waits. Called by the thread that holds the lock, inside the running
-    // script.
+    // script. Nothing happens inside work.
     void ServeWork(lua_State* L) noexcept;
+
+    // For the thread that holds the lock: whether it runs work, and the Lua thread for which the
+    // lock was given back, null if none waits.
+    [[nodiscard]] bool IsServing() const { return m_serving; }
+    [[nodiscard]] lua_State* Waiting() const { return m_waiting; }
 
   private:
     struct Request {
@@ -75,15 +88,20 @@ class CLuaStateLock {
     unsigned ReleaseAll();
     void AcquireAgain(unsigned depth);
     std::shared_ptr<Request> TakeRequest();
+    void RunWork(const Work& work, lua_State* L);
 
     lua_State* m_L = nullptr;  // constant once the lock is used
+
+    // Touched by the thread that holds the lock.
+    bool m_serving = false;
+    lua_State* m_waiting = nullptr;
 
     Mutex m_mutex;
     CondVar m_changed;
     std::thread::id m_owner ZELKA_GUARDED_BY(m_mutex);
     unsigned m_depth ZELKA_GUARDED_BY(m_mutex) = 0;
     std::deque<std::shared_ptr<Request>> m_requests ZELKA_GUARDED_BY(m_mutex);
-    std::atomic<std::size_t> m_waiting = 0;  // the size of m_requests
+    std::atomic<std::size_t> m_requested = 0;  // the size of m_requests
 };
 
 }  // namespace ZelkaCore

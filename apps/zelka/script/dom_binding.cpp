@@ -77,7 +77,12 @@ void PushDom(lua_State* L, CDom* dom) {
         lua_pushnil(L);
         return;
     }
-    if (luaL_newmetatable(L, kDomClass)) {
+    luaL_getmetatable(L, kDomClass);
+    if (!lua_istable(L, -1)) {  // a script can put something else into the registry
+        lua_pop(L, 1);
+        lua_pushnil(L);
+        lua_setfield(L, LUA_REGISTRYINDEX, kDomClass);
+        (void)luaL_newmetatable(L, kDomClass);
         DefineDomClass(L);
     }
     auto* record = static_cast<UserdataRecord*>(lua_newuserdata(L, sizeof(UserdataRecord)));
@@ -92,7 +97,8 @@ void PushDom(lua_State* L, CDom* dom) {
 
 int DomUserdataGc(lua_State* L) {
     auto* record = static_cast<UserdataRecord*>(luaL_testudata(L, 1, kDomClass));
-    if (record == nullptr || lua_rawlen(L, 1) != sizeof(UserdataRecord)) {
+    if (record == nullptr || lua_rawlen(L, 1) != sizeof(UserdataRecord) ||
+        record->accessor != DomUserdataPointer) {
         return 0;  // a script can give the metatable to other userdata
     }
     auto* dom = static_cast<CDom*>(DomUserdataPointer({record, &record->payload}));

@@ -23,6 +23,8 @@ class WatchedDom : public CDom {
 TEST(DomBinding, CollectingLeavesTheStoreAloneUnlessTheUserdataOwnsIt) {
     ZelkaCore::CLuaInterpreter interpreter(false, L"test.lua", true);
     lua_State* const L = interpreter.L();
+    lua_pushnumber(L, 5);  // what a script may do to the registry
+    lua_setfield(L, LUA_REGISTRYINDEX, ZelkaCore::kDomClass);
     bool isDestroyed = false;
     auto* const watched = new WatchedDom(isDestroyed);
     for (const bool isOwned : {false, true}) {

@@ -223,6 +223,38 @@ TEST(Service, DumpsShowWhereAScriptRunsForEverAndNoSecrets) {
     EXPECT_EQ(service.Report(), kRunning);
 }
 
+TEST(Service, DumpsAreSoundBesideFinalisersThatGiveTheStateBackAndTheStackIsLarge) {
+    ServiceProcess service(R"(
+        function app.main()
+            local function nested(depth)
+                return depth == 0 or ("x"):gsub("x", function() return nested(depth - 1) end)
+            end
+            mark(select(2, pcall(nested, 1000)))
+            local stop = dom:Get("app.windows.service.stopEvent")
+            local finalisers = {
+                function() dom:SettingStore("name", "value") end,
+                function() dom:AgentEventWrite { code = 1, severity = "info" } end,
+                function() dom:Wait(0, "never") end,
+            }
+            repeat
+                for _, finaliser in ipairs(finalisers) do
+                    setmetatable({}, { __gc = finaliser })
+                end
+                local waiting = coroutine.wrap(function() return dom:Wait(1, stop) end)
+            until waiting()
+        end)",
+                           "sh -c 'ulimit -s 256 && exec \"$@\"' sh");
+    ExpectStart(service);
+    for (int i = 0; i < SERVICE_STARTS; ++i) {
+        service.Signal(SIGRTMIN + 1 + i % 3);
+        ASSERT_EQ(service.Report(), kRunning);
+    }
+    EXPECT_THAT(service.Log(), ContainsRegex("Lua thread 0x[0-9a-f]+: waiting at app.lua"));
+    service.Signal(SIGTERM);
+    EXPECT_THAT(service.ReportsToTheEnd(), ElementsAre(kStopping, kStopping, kStopped, kGone));
+    EXPECT_THAT(service.Marks(), HasSubstr("C stack overflow"));
+}
+
 TEST(Service, ControlsWithoutMeaningChangeNothing) {
     ServiceProcess service("");
     ExpectStart(service);

@@ -5,12 +5,14 @@
 #include <lua.hpp>
 #include <memory>
 
+#include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/zip_builder.h"
 #include "zelka_core/text.h"
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 namespace ZelkaCore {
 namespace {
@@ -90,13 +92,15 @@ TEST_F(ArchiveSearcher, RaisesAClearErrorForABadEntryAndStillLoadsTheOthers) {
     EXPECT_EQ(Require("other"), "other");
 }
 
-TEST_F(ArchiveSearcher, DamagedArchiveIsAnErrorOnlyForWhatIsNotFoundBeforeIt) {
+TEST_F(ArchiveSearcher, ADamagedArchiveIsToldOnceInTheLogAndByWhatIsNotFoundElsewhere) {
     const std::string archive = BuildZip({{.name = "twin.lua"}, {.name = "more.lua"}});
     for (const std::string& bad : {std::string(), archive.substr(0, archive.size() - 1),
                                    Patch(archive, "more.lua", "twin.lua")}) {
-        SetArchives(BuildZip({Other()}), bad);
+        const CapturedLog log;
+        SetArchives(bad, BuildZip({Other()}));
         EXPECT_EQ(Require("other"), "other");
-        EXPECT_THAT(Require("x"), HasSubstr(Path("two.zke")));
+        EXPECT_THAT(Require("x"), HasSubstr("\n\tno look into " + Path("one.zke")));
+        EXPECT_THAT(log.Text(), MatchesRegex("[^\n]*" + Path("one.zke") + "[^\n]+\n"));
     }
 }
 
@@ -112,6 +116,7 @@ TEST_F(ArchiveSearcher, KeepsTheArchiveThatItHasOpenedAndClosesItWithTheState) {
     EXPECT_EQ(openFiles(), before + 1);
     SetArchives(BuildZip({}));
     EXPECT_EQ(openFiles(), before);
+    EXPECT_THAT(Run("debug.setupvalue(searcher, 1, nil) return searcher 'a'"), HasSubstr("closed"));
 }
 
 }  // namespace

@@ -15,6 +15,9 @@ enum class PlatformError {
     kNeitherFolderNorFile = 1002,
     kNotToBeStopped = 1003,
     kStillThere = 1004,
+    kLeavesFolder = 1005,
+    kReservedPlace = 1006,
+    kReplaced = 1007,
     // Known by this number: the process was not started by a service manager.
     kNoServiceManager = 1063,
 };

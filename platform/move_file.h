@@ -12,6 +12,9 @@
 inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 1;
 inline constexpr DWORD MOVEFILE_DELAY_UNTIL_REBOOT = 4;
 
+// The name of the list of files that are deleted after a restart, in the folder of each.
+inline constexpr const char* kPendingDeletesName = ".pending-deletes";
+
 // With flags 0 or MOVEFILE_REPLACE_EXISTING: gives the file `from` the name `to` on the same file
 // system; a file that has that name already is replaced, or without the flag makes the move fail.
 // With MOVEFILE_DELAY_UNTIL_REBOOT, `to` empty and `from` a path of anything but a folder: has it

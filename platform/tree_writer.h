@@ -1,24 +1,21 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <map>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "platform/folder_tree.h"
 #include "platform/scoped_fd.h"
 
-// Writes files below one folder such that nothing lands outside of it, whatever links are put in
-// the way meanwhile, and that every target is the old file or the new one, whole, also after a
-// power cut.
+// Writes files below one folder such that nothing lands outside of it (FolderTree), and that every
+// target is the old file or the new one, whole, also after a power cut.
 //
 // A file is written under a temporary name in the folder that it is for. Commit brings a batch of
 // such files to the disk and then renames each over its target, so the disk is waited for once a
-// batch, not once a file. Paths are relative to the folder, with '/' between parts, without "." or
-// ".." or empty ones. Error codes are those of the operating system. For one thread at a time.
+// batch, not once a file. Paths are those of FolderTree. For one thread at a time.
 class TreeWriter {
   public:
     TreeWriter() = default;
@@ -32,21 +29,28 @@ class TreeWriter {
     [[nodiscard]] std::error_code Open(const std::string& folder,
                                        const std::string& temporaryPrefix);
 
-    // What the folder's file system has left for this process, in bytes.
-    [[nodiscard]] std::uint64_t FreeBytes() const;
+    [[nodiscard]] FolderTree& Tree() { return m_tree; }
 
-    // The first part of `path` that is a symbolic link now, as a path; empty if none is.
-    [[nodiscard]] std::string FindLink(const std::string& path) const;
+    // What may be taken of the folder's file system: what is free for this process, less a reserve
+    // for others, which is a twentieth of the whole, at least 64 MiB, but never more than a
+    // quarter.
+    struct Room {
+        std::uint64_t blockSize = 1;  // a file takes whole ones
+        std::uint64_t bytes = 0;
+        std::uint64_t files = 0;  // the largest number where they are not counted
+    };
+    [[nodiscard]] Room RoomLeft() const;
 
     // Makes the folder, and those missing above it, which get the usual permissions. An existing
     // one keeps its own.
     [[nodiscard]] std::error_code MakeFolder(const std::string& path, unsigned permissions);
 
     // One file: begun, written in pieces, and then finished or dropped. Missing folders above it
-    // are made. A failed Begin or Finish has dropped the file.
+    // are made. Without permissions it gets those of the file that it replaces, or the usual ones.
+    // A failed Begin or Finish has dropped the file.
     [[nodiscard]] std::error_code BeginFile(const std::string& path);
     [[nodiscard]] std::error_code WriteFile(std::string_view bytes);
-    [[nodiscard]] std::error_code FinishFile(unsigned permissions);
+    [[nodiscard]] std::error_code FinishFile(std::optional<unsigned> permissions);
     void DropFile();
 
     // True when it is time to Commit: finished files hold memory and their folders descriptors.
@@ -58,40 +62,27 @@ class TreeWriter {
     [[nodiscard]] std::error_code Commit(std::string& failedPath);
 
   private:
-    struct Folder {
-        ScopedFd fd;
-        bool touched = false;  // got a new name in this batch
-    };
-    using FolderPtr = std::shared_ptr<Folder>;
-
     struct File {
-        FolderPtr folder;
+        FolderTree::FolderPtr folder;
         std::string path;
+        std::string name;  // in the folder
         std::string temporaryName;
         ScopedFd fd;
     };
 
-    std::error_code OpenFolder(const std::string& path, FolderPtr& folder);
-    static std::error_code OpenSubfolder(const FolderPtr& parent, const std::string& name,
-                                         FolderPtr& folder);
     void DropFinished(std::size_t first);
     [[nodiscard]] std::error_code SyncFiles() const;
-    [[nodiscard]] std::error_code SyncFolders() const;
-    [[nodiscard]] std::error_code SyncFileSystems() const;
 
-    FolderPtr m_root;
+    FolderTree m_tree;
     std::string m_temporaryPrefix;
     std::uint64_t m_temporaryCount = 0;
 
-    File m_file;  // the one begun, if its folder is set
-
-    // The batch: finished files, and the folders that were opened for them, by path.
-    std::vector<File> m_finished;
-    std::map<std::string, FolderPtr> m_folders;
+    File m_file;                   // the one begun, if its folder is set
+    std::vector<File> m_finished;  // the batch
 };
 
 // Removes the temporary files that killed processes have left in the folder or anywhere below it,
-// without following links: those whose names begin with the prefix. Does nothing while a TreeWriter
-// is at work on the same folder. What cannot be removed stays, and the first error is returned.
+// at any depth and without following links: those whose names begin with the prefix. Nobody may be
+// at work on the folder meanwhile. What cannot be removed stays, and the first error is returned.
 [[nodiscard]] std::error_code RemoveTemporaryFilesBelow(const std::string& folder,
                                                         const std::string& temporaryPrefix);

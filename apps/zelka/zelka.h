@@ -16,6 +16,7 @@
 #include "zelka_core/mutex.h"
 
 class ClockChangeWatch;
+class PackageRound;
 class wxCmdLineParser;
 class wxFileName;
 class wxInputStream;
@@ -141,10 +142,10 @@ class CAgentApp : public wxAppBase {
     void InstallNewPlugins();
     void DeleteConflictingRelays(const wxString& bin);
     // False, without an event, for a package that is passed over.
-    bool InstallPackage(const wxFileName& package, const wxFileName& binDir,
-                        ZelkaCore::CAgentEvent& event);
-    void RemovePackage(const wxFileName& package, const wxFileName& binDir,
-                       ZelkaCore::CAgentEvent& event);
+    bool InstallPackage(const wxFileName& package, ZelkaCore::CAgentEvent& event);
+    bool Unpack(const wxFileName& package);
+    void RemovePackage(const wxFileName& package, ZelkaCore::CAgentEvent& event);
+    bool WalkThrough(const wxFileName& package);
     void MoveZombiesAside();
     static bool InstallPluginZipCB(void* userData, const wxZipEntry* entry, const wxString* target);
     static bool UninstallPluginZipCB(void* userData, const wxZipEntry* entry,
@@ -185,6 +186,7 @@ class CAgentApp : public wxAppBase {
     wxString m_strZipPath;                 // value of the option zippath
     bool m_bTarvokShutdownFailed = false;  // since CheckOldWebServer; until a relay is installed
     bool m_bNginxShutdownFailed = false;   // likewise
+    PackageRound* m_pRound = nullptr;      // while packages are carried out
 
     // The service thread's; read also by the handler of controls.
     std::atomic<bool> m_bHardened = false;  // does not accept the stop control

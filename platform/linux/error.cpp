@@ -19,6 +19,12 @@ class PlatformCategory : public std::error_category {
                 return "not a process that may be stopped";
             case PlatformError::kStillThere:
                 return "it is still there after being killed";
+            case PlatformError::kLeavesFolder:
+                return "a symbolic link leads out of the folder";
+            case PlatformError::kReservedPlace:
+                return "the place is reserved";
+            case PlatformError::kReplaced:
+                return "something else has the name now";
             case PlatformError::kNoServiceManager:
                 return "no service manager started this process";
         }

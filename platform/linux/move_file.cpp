@@ -8,18 +8,20 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "platform/error.h"
+#include "platform/file.h"
 #include "platform/tree_writer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kListName = ".pending-deletes";
 constexpr const char* kTemporaryPrefix = ".pending-deletes-";
 constexpr const char* kBootIdFile = "/proc/sys/kernel/random/boot_id";
 constexpr unsigned kListMode = 0644;
+constexpr std::size_t kLongestList = 0x100000;  // bytes
 
 struct PendingDelete {
     std::string bootId;
@@ -40,18 +42,19 @@ bool IsListable(const std::string& name) {
 // sense.
 std::error_code ReadList(const fs::path& folder, PendingDeletes& list,
                          std::vector<std::string>& dropped) {
-    struct stat status {};
-    if (stat((folder / kListName).c_str(), &status) != 0) {
-        return errno == ENOENT ? std::error_code() : LastSystemError();
+    ScopedFd file;
+    std::string text;
+    if (const auto error = OpenRegularFile(folder / kPendingDeletesName, file)) {
+        return error == std::errc::no_such_file_or_directory ? std::error_code() : error;
     }
-    std::ifstream file;
-    if (S_ISREG(status.st_mode)) {
-        file.open(folder / kListName, std::ios::binary);
+    if (const auto error = ReadAtMost(file, kLongestList, text)) {
+        return error;
     }
-    if (!file.is_open()) {
-        return std::make_error_code(std::errc::permission_denied);
+    if (text.size() == kLongestList) {
+        return std::make_error_code(std::errc::file_too_large);
     }
-    for (std::string line; std::getline(file, line);) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
         const std::size_t blank = line.find(' ');
         PendingDelete entry{line.substr(0, blank),
                             blank == std::string::npos ? "" : line.substr(blank + 1)};
@@ -67,7 +70,7 @@ std::error_code ReadList(const fs::path& folder, PendingDeletes& list,
 // As a whole or not at all. An empty list is no file.
 std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
     if (list.empty()) {
-        const bool gone = unlink((folder / kListName).c_str()) == 0 || errno == ENOENT;
+        const bool gone = unlink((folder / kPendingDeletesName).c_str()) == 0 || errno == ENOENT;
         return gone ? std::error_code() : LastSystemError();
     }
     std::string text;
@@ -76,7 +79,7 @@ std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
     }
     TreeWriter writer;
     std::error_code error = writer.Open(folder.string(), kTemporaryPrefix);
-    error = error ? error : writer.BeginFile(kListName);
+    error = error ? error : writer.BeginFile(kPendingDeletesName);
     error = error ? error : writer.WriteFile(text);
     error = error ? error : writer.FinishFile(kListMode);
     std::string failed;
@@ -147,7 +150,7 @@ std::vector<std::string> DeletePendingFiles(const std::string& folder, const std
     PendingDeletes list;
     PendingDeletes left;
     std::vector<std::string> problems;
-    const std::string path = (fs::path(folder) / kListName).string();
+    const std::string path = (fs::path(folder) / kPendingDeletesName).string();
     if (const auto error = ReadList(folder, list, problems)) {
         return {path + " cannot be read: " + error.message()};
     }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string_view>
 
+#include "zelka_core/archive/shown_name.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -15,10 +16,6 @@ namespace {
 // folder.
 constexpr std::size_t kLongestPart = 255;
 constexpr std::size_t kLongestPath = 3072;
-
-bool IsControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
-}
 
 std::string PartFault(std::string_view part) {
     if (part == "..") {
@@ -37,11 +34,11 @@ std::string NameFault(std::string_view name) {
     if (name.empty()) {
         return "has no name";
     }
-    if (std::any_of(name.begin(), name.end(), IsControl)) {
-        return "has a NUL or another control character in its name";
-    }
     if (!IsValidUtf8(name)) {
         return "has a name that is not UTF-8";
+    }
+    if (HasDeceptiveCharacter(FromUtf8(std::string(name)))) {
+        return "has a NUL or another control character in its name";
     }
     if (name.find('\\') != std::string_view::npos) {
         return "has a backslash in its name";
@@ -113,12 +110,29 @@ const ZipEntry* FindClash(const std::vector<ZipEntry>& entries,
     return (clash + 1)->entry;
 }
 
+constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
+
+std::uint64_t SaturatedSum(std::uint64_t a, std::uint64_t b) {
+    return a + std::min(b, kLargest - a);
+}
+
+// The folders in all these names. When sorted, names in one folder follow each other.
+std::uint64_t CountFolders(std::vector<std::string_view> names) {
+    std::sort(names.begin(), names.end());
+    std::uint64_t count = 0;
+    std::string_view previous;
+    for (const std::string_view name : names) {
+        const auto news = std::mismatch(name.begin(), name.end(), previous.begin(), previous.end());
+        count += static_cast<std::uint64_t>(std::count(news.first, name.end(), '/'));
+        previous = name;
+    }
+    return count;
+}
+
 }  // namespace
 
 std::string EntryFault(const ZipEntry& entry, const std::string& reason) {
-    std::string name = entry.name;
-    std::replace_if(name.begin(), name.end(), IsControl, '?');
-    return "entry '" + name + "': " + reason;
+    return "entry '" + ToUtf8(ShownName(FromUtf8(entry.name))) + "': " + reason;
 }
 
 bool CheckPackage(const std::vector<ZipEntry>& entries, std::vector<std::string>& paths,
@@ -131,21 +145,39 @@ bool CheckPackage(const std::vector<ZipEntry>& entries, std::vector<std::string>
             return false;
         }
     }
-    std::string reason;
-    if (const ZipEntry* entry = FindClash(entries, found, reason)) {
-        fault = EntryFault(*entry, reason);
+    if (!CheckClashes(entries, found, fault)) {
         return false;
     }
     paths = std::move(found);
     return true;
 }
 
-std::uint64_t DeclaredSize(const std::vector<ZipEntry>& entries) {
-    std::uint64_t total = 0;
-    for (const ZipEntry& entry : entries) {
-        total += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - total);
+bool CheckClashes(const std::vector<ZipEntry>& entries, const std::vector<std::string>& paths,
+                  std::string& fault) {
+    std::string reason;
+    const ZipEntry* entry = FindClash(entries, paths, reason);
+    if (entry != nullptr) {
+        fault = EntryFault(*entry, reason);
     }
-    return total;
+    return entry == nullptr;
+}
+
+DeclaredRoom RoomFor(const std::vector<ZipEntry>& entries, std::uint64_t blockSize) {
+    DeclaredRoom room;
+    std::vector<std::string_view> names;
+    names.reserve(entries.size());
+    std::uint64_t blocks = 0;
+    for (const ZipEntry& entry : entries) {
+        names.emplace_back(entry.name);
+        const std::uint64_t own = entry.size / blockSize + (entry.size % blockSize == 0 ? 0 : 1);
+        blocks = SaturatedSum(blocks, own);
+        room.files += entry.IsFolder() ? 0U : 1U;
+    }
+    const std::uint64_t folders = CountFolders(std::move(names));
+    room.files += folders;
+    blocks = SaturatedSum(blocks, folders);
+    room.bytes = blocks > kLargest / blockSize ? kLargest : blocks * blockSize;
+    return room;
 }
 
 }  // namespace ZelkaCore

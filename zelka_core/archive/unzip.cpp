@@ -5,7 +5,10 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <exception>
+#include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "platform/tree_writer.h"
@@ -17,8 +20,7 @@ namespace ZelkaCore {
 
 namespace {
 
-// For entries that carry no permissions, as archives from other systems have them.
-constexpr unsigned kFilePermissions = 0644;
+// For folders that carry no permissions, as in archives from other systems.
 constexpr unsigned kFolderPermissions = 0755;
 
 // Without a separator at the end.
@@ -44,25 +46,30 @@ wxZipEntry ViewOf(const ZipEntry& entry) {
 // One walk over one archive.
 class Extraction {
   public:
-    Extraction(const wxFileName& archive, const wxFileName& folder)
-        : m_archivePath(AbsolutePath(archive)), m_folderPath(AbsolutePath(folder)) {}
+    Extraction(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options)
+        : m_options(options),
+          m_archivePath(AbsolutePath(archive)),
+          m_folderPath(AbsolutePath(folder)) {}
 
     // Everything that is judged before the callback is asked.
     bool Prepare() {
         std::string fault;
-        if (!m_archive.Open(m_archivePath, fault) ||
-            !CheckPackage(m_archive.Entries(), m_paths, fault)) {
+        if (!m_archive.Open(m_archivePath, fault)) {
+            return Fail(fault);
+        }
+        if (m_options.opened != nullptr) {
+            *m_options.opened = m_archive.Version();
+        }
+        if (!CheckPackage(m_archive.Entries(), m_paths, fault)) {
             return Fail(fault);
         }
         if (const auto error = m_writer.Open(m_folderPath, kTemporaryPrefix)) {
             return Fail("cannot be unpacked into '" + m_folderPath + "': " + error.message());
         }
-        for (std::size_t i = 0; i < m_paths.size(); ++i) {
-            if (!CheckWay(i)) {
-                return false;
-            }
+        for (const std::string& reserved : m_options.reserved) {
+            m_writer.Tree().Reserve(reserved);
         }
-        return true;
+        return CheckPlaces();
     }
 
     bool Walk(UnzipCallback callback, void* userData) {
@@ -72,7 +79,7 @@ class Extraction {
             if (Entry(i).IsFolder()) {
                 m_waitingFolders.push_back(i);
             } else if (Ask(i, callback, userData)) {
-                succeeded = (accepted || HasSpace()) && MakeFolders() && Write(i);
+                succeeded = (accepted || HasRoom()) && MakeFolders() && Write(i);
                 accepted = true;
             }
         }
@@ -95,28 +102,51 @@ class Extraction {
         return Fail(EntryFault(Entry(index), reason));
     }
 
-    // That the folder of a file, or the folder that an entry stands for, is not reached through a
-    // link.
-    bool CheckWay(std::size_t index) {
-        std::string way = m_paths[index];
-        if (!Entry(index).IsFolder()) {
-            way.erase(way.rfind('/') == std::string::npos ? 0 : way.rfind('/'));
+    bool CheckPlaces() {
+        std::vector<std::string> places = m_paths;  // with links followed
+        for (std::size_t i = 0; i < m_paths.size(); ++i) {
+            Progress();
+            if (!CheckPlace(i, places[i])) {
+                return false;
+            }
         }
-        if (way == m_checkedWay) {
-            return true;
-        }
-        if (const std::string link = m_writer.FindLink(way); !link.empty()) {
-            return FailEntry(index, "leads through the symbolic link '" + link + "'");
-        }
-        m_checkedWay = way;
-        return true;
+        std::string fault;
+        return places == m_paths || CheckClashes(m_archive.Entries(), places, fault) || Fail(fault);
     }
 
-    [[nodiscard]] bool HasSpace() const {
-        const std::uint64_t needed = DeclaredSize(m_archive.Entries());
-        const std::uint64_t free = m_writer.FreeBytes();
-        return needed <= free || Fail("needs " + std::to_string(needed) + " bytes in '" +
-                                      m_folderPath + "', which has " + std::to_string(free));
+    bool CheckPlace(std::size_t index, std::string& place) {
+        const bool isFolder = Entry(index).IsFolder();
+        FolderTree& tree = m_writer.Tree();
+        if (tree.HasManyOpen()) {
+            tree.Forget();
+        }
+        FolderTree::Kind kind{};
+        const auto error = tree.Look(m_paths[index] + (isFolder ? "/" : ""), kind, place);
+        if (error == std::errc::not_a_directory) {
+            return m_options.removes || FailEntry(index, "needs a folder where there is a file");
+        }
+        if (error) {
+            return FailEntry(index, "cannot be put in its place: " + error.message());
+        }
+        return m_options.removes || isFolder || kind != FolderTree::Kind::kFolder ||
+               FailEntry(index, "is a file where there is a folder");
+    }
+
+    [[nodiscard]] bool HasRoom() const {
+        const TreeWriter::Room left = m_writer.RoomLeft();
+        const DeclaredRoom needed = RoomFor(m_archive.Entries(), left.blockSize);
+        const auto fits = [&](std::uint64_t need, std::uint64_t have, const char* what) {
+            return need <= have ||
+                   Fail("needs " + std::to_string(need) + what + " in '" + m_folderPath +
+                        "', which has " + std::to_string(have) + " to give");
+        };
+        return fits(needed.bytes, left.bytes, " bytes") && fits(needed.files, left.files, " files");
+    }
+
+    void Progress() const {
+        if (m_options.progress != nullptr) {
+            m_options.progress();
+        }
     }
 
     bool Ask(std::size_t index, UnzipCallback callback, void* userData) const {
@@ -130,6 +160,7 @@ class Extraction {
             if (m_paths[index].empty()) {
                 continue;
             }
+            Progress();
             const unsigned own = Entry(index).Permissions();
             // The owner's rights stay, or nothing could be put into it.
             const unsigned permissions = own == 0 ? kFolderPermissions : own | 0700U;
@@ -156,12 +187,13 @@ class Extraction {
     bool WriteTemporary(std::size_t index, std::string& reason) {
         std::error_code error = m_writer.BeginFile(m_paths[index]);
         const auto sink = [&](std::string_view bytes) {
+            Progress();
             error = m_writer.WriteFile(bytes);
             return !error;
         };
         if (!error && m_archive.Read(Entry(index), sink, reason)) {
             const unsigned own = Entry(index).Permissions();
-            error = m_writer.FinishFile(own == 0 ? kFilePermissions : own);
+            error = m_writer.FinishFile(own == 0 ? std::nullopt : std::optional(own));
         }
         if (error) {
             reason = "cannot be written: " + error.message();
@@ -176,22 +208,27 @@ class Extraction {
                               "' cannot be written: " + error.message());
     }
 
+    const UnzipOptions& m_options;
     const std::string m_archivePath;
     const std::string m_folderPath;
 
     ZipArchive m_archive;
     TreeWriter m_writer;
-    std::vector<std::string> m_paths;  // of the entries, below the folder
-    std::string m_checkedWay;
+    std::vector<std::string> m_paths;           // of the entries, below the folder
     std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
 };
 
 }  // namespace
 
 bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
-           void* userData) {
-    Extraction extraction(archive, folder);
-    return extraction.Prepare() && extraction.Walk(callback, userData);
+           void* userData, const UnzipOptions& options) {
+    try {
+        Extraction extraction(archive, folder, options);
+        return extraction.Prepare() && extraction.Walk(callback, userData);
+    } catch (const std::exception& error) {  // there was no memory
+        wxLogError("%s: %s", archive.GetFullPath(), error.what());
+        return false;
+    }
 }
 
 bool RemoveTemporaryFiles(const wxFileName& folder) {

@@ -1,5 +1,10 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
+#include "platform/folder_tree.h"
+
 class wxFileName;
 class wxString;
 class wxZipEntry;
@@ -11,15 +16,29 @@ namespace ZelkaCore {
 // lasts for the call. A refusal ends nothing and is no failure. No exception may leave it.
 using UnzipCallback = bool (*)(void* userData, const wxZipEntry* entry, const wxString* targetPath);
 
+struct UnzipOptions {
+    // The archive lists what the callback deletes, and refuses to have written: then it is no fault
+    // that a folder is where an entry has a file, or a file where it needs a folder.
+    bool removes = false;
+    // Files and folders, as absolute paths, that no entry may touch, nor anything below them.
+    std::vector<std::string> reserved = {};
+    // Called again and again while there is something to do, also from inside a long entry.
+    void (*progress)() = nullptr;
+    // Receives the version of the archive that was opened.
+    FileVersion* opened = nullptr;
+};
+
 // Walks a ZIP archive in its own order, asks `callback` about each file, and writes the accepted
 // ones below `folder`, which exists, over what is there; missing folders are made. The permission
-// bits are the archive's, without setuid, setgid and sticky; the owner is this process, the time
+// bits are the archive's, without setuid, setgid and sticky; an entry that carries none gets those
+// of the file that it replaces, or 0644, and a folder 0755. The owner is this process, the time
 // now.
 //
 // The archive counts as hostile. Before the callback is asked for the first time, the whole
-// directory is checked (CheckPackage in package_check.h), and that no path leads through a symbolic
-// link below `folder`; before the first write, that all declared sizes fit on the disk. Whatever
-// fails there leaves everything untouched.
+// directory is checked (CheckPackage in package_check.h), and every way to an entry: a symbolic
+// link on it has to stay below `folder`, no file may be where a folder is needed, and no folder
+// where a file is to be. Before the first write it is checked that everything has room on the disk
+// with some to spare (TreeWriter::RoomLeft). Whatever fails there leaves everything untouched.
 //
 // A folder entry makes its folder and is not handed to the callback. Folders come with the first
 // accepted file: an archive whose every file is refused, or that holds no file, writes nothing.
@@ -29,15 +48,15 @@ using UnzipCallback = bool (*)(void* userData, const wxZipEntry* entry, const wx
 // before Unzip returns.
 //
 // True when the walk reached the end. False, with an error in the log that names archive, entry and
-// reason, if the archive is refused or an entry is damaged or cannot be written; the files accepted
-// before that entry are then in place, those behind it are not. Memory does not grow with the size
-// of an entry.
+// reason, if the archive is refused, an entry is damaged or cannot be written, or memory runs out;
+// the files accepted before that entry are then in place, those behind it are not. Memory does not
+// grow with the size of an entry.
 bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
-           void* userData);
+           void* userData, const UnzipOptions& options = {});
 
 // Removes what a process that was killed during Unzip has left in `folder` or below it: files whose
-// names begin with ".zelka-unzip-". For the next start. Does nothing while an Unzip into the same
-// folder runs. What cannot be removed is told by a warning and stays; then false.
+// names begin with ".zelka-unzip-". For the next start, while no Unzip into the same folder runs.
+// What cannot be removed is told by a warning and stays; then false.
 bool RemoveTemporaryFiles(const wxFileName& folder);
 
 }  // namespace ZelkaCore

@@ -8,7 +8,9 @@
 
 #include "platform/error.h"
 #include "platform/file.h"
+#include "zelka_core/archive/shown_name.h"
 #include "zelka_core/archive/zip_central_directory.h"
+#include "zelka_core/text.h"
 
 namespace ZelkaCore {
 
@@ -49,10 +51,11 @@ FileStream OpenArchiveFile(const std::string& path, std::string& fault) {
     return file;
 }
 
-// An archive over `file`, which it owns from then on. Null with the reason in `fault`.
-zip_t* OpenZip(FileStream file, std::string& fault) {
+// The archive in `file`, which it owns from then on. Null with the reason in `fault`.
+zip_t* OpenZip(FileStream file, const ZipDirectory& directory, std::string& fault) {
     ZipError error;
-    zip_source_t* source = zip_source_filep_create(file.get(), 0, -1, error.Get());
+    zip_source_t* source = zip_source_filep_create(
+        file.get(), directory.begin, static_cast<zip_int64_t>(directory.size), error.Get());
     if (source == nullptr) {
         fault = error.Text();
         return nullptr;
@@ -73,11 +76,15 @@ bool IsSameName(std::string directoryName, std::string_view libraryName) {
     return directoryName == libraryName;
 }
 
+std::string Shown(const std::string& name) {
+    return ToUtf8(ShownName(FromUtf8(name)));
+}
+
 bool ReadEntry(zip_t* archive, std::uint64_t index, ZipEntry& entry, std::string& fault) {
     zip_stat_t status;
     zip_stat_init(&status);
-    const zip_uint64_t needed =
-        ZIP_STAT_NAME | ZIP_STAT_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
+    const zip_uint64_t needed = ZIP_STAT_NAME | ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE |
+                                ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
     if (zip_stat_index(archive, index, ZIP_FL_ENC_RAW, &status) != 0 ||
         (status.valid & needed) != needed ||
         zip_file_get_external_attributes(archive, index, 0, &entry.system, &entry.attributes) !=
@@ -86,11 +93,13 @@ bool ReadEntry(zip_t* archive, std::uint64_t index, ZipEntry& entry, std::string
         return false;
     }
     if (!IsSameName(entry.name, status.name)) {
-        fault = "calls an entry both '" + entry.name + "' and '" + status.name + "'";
+        fault = "calls an entry both '" + Shown(entry.name) + "' and '" + Shown(status.name) + "'";
         return false;
     }
     entry.index = index;
     entry.size = status.size;
+    entry.packed = status.comp_size;
+    entry.checksum = (status.valid & ZIP_STAT_CRC) != 0 ? status.crc : 0;
     entry.modified = (status.valid & ZIP_STAT_MTIME) != 0 ? status.mtime : 0;
     entry.method = status.comp_method;
     entry.encrypted = status.encryption_method != ZIP_EM_NONE;
@@ -136,6 +145,11 @@ std::string ZipEntryFault(const ZipEntry& entry) {
     if (zip_compression_method_supported(entry.method, 0) == 0) {
         return "is packed by the unknown method " + std::to_string(entry.method);
     }
+    // libzip looks no further where nothing is to be read.
+    if ((entry.packed == 0 && entry.size != 0) || (entry.size == 0 && entry.checksum != 0) ||
+        (entry.method == ZIP_CM_STORE && entry.packed != entry.size)) {
+        return "has sizes and a checksum that do not fit each other";
+    }
     return {};
 }
 
@@ -153,15 +167,17 @@ bool ZipArchive::Open(const std::string& path, std::string& fault) {
     if (!file) {
         return false;
     }
-    std::vector<std::string> names;
-    if (!ReadCentralDirectoryNames(file.get(), names, fault)) {
+    ZipDirectory directory;
+    if (!ReadCentralDirectory(file.get(), directory, fault)) {
         return false;
     }
-    std::unique_ptr<zip, Closer> archive(OpenZip(std::move(file), fault));
+    const FileVersion version = VersionOf(file.get());
+    std::unique_ptr<zip, Closer> archive(OpenZip(std::move(file), directory, fault));
     std::vector<ZipEntry> entries;
-    if (!archive || !ReadEntries(archive.get(), std::move(names), entries, fault)) {
+    if (!archive || !ReadEntries(archive.get(), std::move(directory.names), entries, fault)) {
         return false;
     }
+    m_version = version;
     m_zip = std::move(archive);
     m_entries = std::move(entries);
     return true;

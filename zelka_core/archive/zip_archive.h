@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/folder_tree.h"
+
 struct zip;
 
 namespace ZelkaCore {
@@ -16,7 +18,9 @@ namespace ZelkaCore {
 struct ZipEntry {
     std::string name;  // byte for byte; '/' between folders and at the end of a folder's own name
     std::uint64_t index = 0;
-    std::uint64_t size = 0;  // bytes, uncompressed
+    std::uint64_t size = 0;    // bytes, uncompressed
+    std::uint64_t packed = 0;  // bytes, compressed
+    std::uint32_t checksum = 0;
     std::time_t modified = 0;
     std::uint16_t method = 0;  // of compression
     bool encrypted = false;
@@ -30,7 +34,8 @@ struct ZipEntry {
 };
 
 // Why the entry is neither a folder nor a plain file that can be read: encrypted, packed by an
-// unknown method, a link, a device. Empty if it is one of the two.
+// unknown method, a link, a device, or of sizes and a checksum that do not fit each other. Empty if
+// it is one of the two.
 std::string ZipEntryFault(const ZipEntry& entry);
 
 // A ZIP archive, opened once for reading at random. What replaces the file meanwhile is not seen.
@@ -51,6 +56,9 @@ class ZipArchive {
     // reason, fit to follow the archive's name, into `fault`.
     bool Open(const std::string& path, std::string& fault);
 
+    // Of the file that was opened.
+    [[nodiscard]] const FileVersion& Version() const { return m_version; }
+
     // In the order of the directory.
     [[nodiscard]] const std::vector<ZipEntry>& Entries() const { return m_entries; }
 
@@ -66,6 +74,7 @@ class ZipArchive {
     };
 
     std::unique_ptr<zip, Closer> m_zip;
+    FileVersion m_version;
     std::vector<ZipEntry> m_entries;
     std::vector<char> m_block;
 };

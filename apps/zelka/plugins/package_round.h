@@ -4,12 +4,19 @@
 #include <wx/string.h>
 
 #include <cstddef>
+#include <string>
+#include <vector>
+
+#include "platform/folder_tree.h"
+#include "platform/lock_file.h"
+#include "zelka_core/archive/unzip.h"
 
 class wxFileName;
 
 namespace ZelkaCore {
 class CAgentEvent;
-}
+class CDom;
+}  // namespace ZelkaCore
 
 // What installation and removal share.
 
@@ -19,6 +26,44 @@ enum class PackageOutcome {
     kNotInstalled = 5102,
     kRemoved = 5105,
     kNotRemoved = 5106
+};
+
+// One round of packages over the program's folder: one agent at a time has one, and what it does
+// reaches files through the folder's descriptors. Not for more than one thread.
+class PackageRound {
+  public:
+    // Waits until no other agent has a round in the folder, which the log tells. In a folder where
+    // no lock can be had, such as one that this user may not write to, it goes on without.
+    explicit PackageRound(ZelkaCore::CDom& dom);
+
+    // Whether other agents wait until this object goes.
+    [[nodiscard]] bool IsAlone() const { return m_lock.IsTaken(); }
+
+    // ZelkaCore::Unzip over the folder, with nothing of the agent's own touched.
+    bool Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);
+    // The same for a package whose callback deletes. False also if a file could not be deleted.
+    bool Remove(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);
+
+    // Deletes the file at the target path of an entry, from inside a callback. What is gone already
+    // is no trouble, and a folder stays; that a file cannot be deleted stands in the log.
+    void DeleteTarget(const wxString& target);
+
+    // What becomes of the package that was unpacked or removed last. One that was replaced by
+    // another meanwhile stays. The log tells what fails.
+    void MarkAsDone(const wxFileName& package);
+    void DeletePackage(const wxFileName& package);
+
+  private:
+    bool Walk(const wxFileName& package, bool removes, ZelkaCore::UnzipCallback callback,
+              void* userData);
+    static void ReportLeft(const wxString& path, std::error_code error);
+
+    const wxString m_folder;
+    std::vector<std::string> m_reserved;
+    LockFile m_lock;
+    FolderTree m_tree;
+    FileVersion m_opened;      // the package that was opened last
+    bool m_allDeleted = true;  // what it names
 };
 
 // The full paths of the files in the folder that match a pattern, ascending: no folders, nothing
@@ -34,7 +79,8 @@ void DeleteFile(const wxString& path);
 void ReportPackage(const wxString& verb, std::size_t number, std::size_t count,
                    const wxFileName& package);
 
-// Fills what the event of a package says before its outcome: type, name and path, and the time now.
+// Fills what the event of a package says before its outcome: type, name and path, as
+// ZelkaCore::ShownName, and the time now.
 void BeginEvent(ZelkaCore::CAgentEvent& event, const wxFileName& package);
 
 // Adds the outcome: code and severity.
@@ -42,3 +88,6 @@ void EndEvent(ZelkaCore::CAgentEvent& event, PackageOutcome outcome);
 
 // Whether the package's file can be read; a warning tells if not.
 bool IsPackageReadable(const wxFileName& package);
+
+// Whether the package has gone since it was listed: somebody else has dealt with it.
+bool IsGone(const wxFileName& package);

@@ -12,7 +12,6 @@
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
 #include "platform/service.h"
-#include "zelka_core/archive/unzip.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
@@ -69,38 +68,12 @@ bool IsSkippedInAgentMode(const wxString& type) {
     return type == "VMWARE" && !wxFileExists(kNoAgentModeMarker);
 }
 
-bool Unpack(const wxFileName& package, const wxFileName& binDir, ZelkaCore::UnzipCallback callback,
-            void* userData) {
-    if (!IsPackageReadable(package)) {
-        return false;
-    }
-    const wxString path = package.GetFullPath();
-    ZELKA_TRACE("Appl", "CAgentApp::InstallNewPlugins", "Extracting files from %s", path);
-    if (!ZelkaCore::Unzip(package, binDir, callback, userData)) {
-        return false;
-    }
-    ZELKA_TRACE("Appl", "CAgentApp::InstallNewPlugins",
-                "Successfully extracted files for plugin '%s'. Deleting '%s'", package.GetName(),
-                path);
-    return true;
-}
-
-// A done package is not picked up again. This is the plain renaming: the framework's own tries to
-// copy where that fails, and loses the reason.
-void MarkAsDone(const wxFileName& package) {
-    const wxString path = package.GetFullPath();
-    if (wxRename(path, path + ".done") != 0) {
-        const unsigned long code = wxSysErrorCode();
-        wxLogSysError(static_cast<long>(code), "Unable to delete %s", path);
-    }
-}
-
 }  // namespace
 
 void CAgentApp::InstallNewPlugins() {
     ZelkaCore::CAgentEvent event;
-    const wxFileName binDir(m_pDom->GetWxString("app.path.bin"), wxString());
-    const wxString bin = binDir.GetPath(wxPATH_GET_VOLUME);
+    const wxString bin =
+        wxFileName(m_pDom->GetWxString("app.path.bin"), wxString()).GetPath(wxPATH_GET_VOLUME);
 
     DeleteUnwantedPackages(bin);
     DeleteConflictingRelays(bin);
@@ -110,7 +83,7 @@ void CAgentApp::InstallNewPlugins() {
     for (std::size_t i = 0; i < packages.size(); ++i) {
         const wxFileName package(packages[i]);
         ReportPackage("installing", i + 1, packages.size(), package);
-        anyReported = InstallPackage(package, binDir, event) || anyReported;
+        anyReported = InstallPackage(package, event) || anyReported;
     }
     if (anyReported) {
         (void)m_pDom->Set("zelka.HeartbeatNow", true);
@@ -136,8 +109,10 @@ void CAgentApp::DeleteConflictingRelays(const wxString& bin) {
     }
 }
 
-bool CAgentApp::InstallPackage(const wxFileName& package, const wxFileName& binDir,
-                               ZelkaCore::CAgentEvent& event) {
+bool CAgentApp::InstallPackage(const wxFileName& package, ZelkaCore::CAgentEvent& event) {
+    if (IsGone(package)) {
+        return false;
+    }
     const wxString type = GetPluginType(package);
     if (type == "RELAY") {
         MoveZombiesAside();
@@ -148,14 +123,32 @@ bool CAgentApp::InstallPackage(const wxFileName& package, const wxFileName& binD
         return false;
     }
     BeginEvent(event, package);
-    const bool unpacked = Unpack(package, binDir, &CAgentApp::InstallPluginZipCB, this);
+    const bool unpacked = Unpack(package);
+    if (!unpacked && IsGone(package)) {
+        return false;
+    }
     EndEvent(event, unpacked ? PackageOutcome::kInstalled : PackageOutcome::kNotInstalled);
     // The event comes before the new name: whoever is stopped between the two finds the package
     // again at the next start, and no installation goes unreported.
     m_pDom->AgentEventWrite(event);
     if (unpacked) {
-        MarkAsDone(package);
+        m_pRound->MarkAsDone(package);
     }
+    return true;
+}
+
+bool CAgentApp::Unpack(const wxFileName& package) {
+    if (!IsPackageReadable(package)) {
+        return false;
+    }
+    const wxString path = package.GetFullPath();
+    ZELKA_TRACE("Appl", "CAgentApp::InstallNewPlugins", "Extracting files from %s", path);
+    if (!m_pRound->Unpack(package, &CAgentApp::InstallPluginZipCB, this)) {
+        return false;
+    }
+    ZELKA_TRACE("Appl", "CAgentApp::InstallNewPlugins",
+                "Successfully extracted files for plugin '%s'. Deleting '%s'", package.GetName(),
+                path);
     return true;
 }
 

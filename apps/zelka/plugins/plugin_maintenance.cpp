@@ -3,6 +3,7 @@
 #include <wx/filename.h>
 
 #include "apps/zelka/companions/locked_files.h"
+#include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/zelka.h"
 #include "platform/service.h"
 #include "zelka_core/archive/unzip.h"
@@ -14,9 +15,14 @@ void CAgentApp::MaintainPlugins() {
     if (!m_bInstallPlugins) {
         return;
     }
-    // What a process that was killed in the middle of an installation has left.
-    (void)ZelkaCore::RemoveTemporaryFiles(wxFileName(bin, wxString()));
+    PackageRound round(*m_pDom);
+    m_pRound = &round;
+    if (round.IsAlone()) {
+        // What a process that was killed in the middle of an installation has left.
+        (void)ZelkaCore::RemoveTemporaryFiles(wxFileName(bin, wxString()));
+    }
     UninstallOldPlugins();
     InstallNewPlugins();
+    m_pRound = nullptr;
     ReportServiceProgress("");
 }

@@ -9,38 +9,9 @@
 #include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/zelka.h"
 #include "platform/service.h"
-#include "zelka_core/archive/unzip.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
-
-namespace {
-
-bool WalkThrough(const wxFileName& package, const wxFileName& binDir,
-                 ZelkaCore::UnzipCallback callback, void* userData) {
-    if (!IsPackageReadable(package)) {
-        return false;
-    }
-    const wxString path = package.GetFullPath();
-    ZELKA_TRACE("Appl", "CAgentApp::UninstallOldPlugins", "Removing files from %s", path);
-    if (!ZelkaCore::Unzip(package, binDir, callback, userData)) {
-        return false;
-    }
-    ZELKA_TRACE("Appl", "CAgentApp::UninstallOldPlugins",
-                "Successfully removed files for plugin '%s'. Deleting '%s'", package.GetName(),
-                path);
-    return true;
-}
-
-void DeletePackage(const wxFileName& package) {
-    const wxString path = package.GetFullPath();
-    if (wxRemove(path) != 0) {
-        const unsigned long code = wxSysErrorCode();
-        wxLogSysError(static_cast<long>(code), "Unable to delete %s", path);
-    }
-}
-
-}  // namespace
 
 void CAgentApp::UninstallOldPlugins() {
     ZelkaCore::CAgentEvent event;
@@ -52,23 +23,43 @@ void CAgentApp::UninstallOldPlugins() {
     for (std::size_t i = 0; i < packages.size(); ++i) {
         const wxFileName package(packages[i]);
         ReportPackage("removing", i + 1, packages.size(), package);
-        RemovePackage(package, binDir, event);
+        RemovePackage(package, event);
     }
     if (!packages.empty()) {
         (void)m_pDom->Set("zelka.HeartbeatNow", true);
     }
 }
 
-void CAgentApp::RemovePackage(const wxFileName& package, const wxFileName& binDir,
-                              ZelkaCore::CAgentEvent& event) {
+void CAgentApp::RemovePackage(const wxFileName& package, ZelkaCore::CAgentEvent& event) {
+    if (IsGone(package)) {
+        return;
+    }
     BeginEvent(event, package);
-    const bool walked = WalkThrough(package, binDir, &CAgentApp::UninstallPluginZipCB, this);
+    const bool walked = WalkThrough(package);
+    if (!walked && IsGone(package)) {
+        return;
+    }
     EndEvent(event, walked ? PackageOutcome::kRemoved : PackageOutcome::kNotRemoved);
     // Before the package goes, as with installation: no removal goes unreported.
     m_pDom->AgentEventWrite(event);
     if (walked) {
-        DeletePackage(package);
+        m_pRound->DeletePackage(package);
     }
+}
+
+bool CAgentApp::WalkThrough(const wxFileName& package) {
+    if (!IsPackageReadable(package)) {
+        return false;
+    }
+    const wxString path = package.GetFullPath();
+    ZELKA_TRACE("Appl", "CAgentApp::UninstallOldPlugins", "Removing files from %s", path);
+    if (!m_pRound->Remove(package, &CAgentApp::UninstallPluginZipCB, this)) {
+        return false;
+    }
+    ZELKA_TRACE("Appl", "CAgentApp::UninstallOldPlugins",
+                "Successfully removed files for plugin '%s'. Deleting '%s'", package.GetName(),
+                path);
+    return true;
 }
 
 bool CAgentApp::UninstallPluginZipCB(void* userData, const wxZipEntry* entry,
@@ -83,6 +74,6 @@ bool CAgentApp::UninstallPluginZipCB(void* userData, const wxZipEntry* entry,
     ZELKA_TRACE("Appl", "CAgentApp::UninstallPluginZipCB", "  removing: %s (%lu bytes)",
                 entry->GetInternalName(),
                 static_cast<unsigned long>(static_cast<std::uint32_t>(entry->GetSize())));
-    DeleteFile(*target);
+    static_cast<CAgentApp*>(userData)->m_pRound->DeleteTarget(*target);
     return false;
 }

@@ -1,6 +1,8 @@
 #include "zelka_core/archive/unzip.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <wx/filename.h>
 #include <wx/zipstrm.h>
 
@@ -37,8 +39,8 @@ class Unzip : public testing::Test {
         m_asked.clear();
         m_answer = std::move(answer);
         const fs::path file = m_scratch.Write("a.zkp", archive);
-        const bool succeeded =
-            ZelkaCore::Unzip(wxFileName(FromUtf8(file.string())), m_targetName, &Ask, this);
+        const bool succeeded = ZelkaCore::Unzip(wxFileName(FromUtf8(file.string())), m_targetName,
+                                                &Ask, this, m_options);
         m_messages = log.Text();
         return succeeded;
     }
@@ -67,6 +69,7 @@ class Unzip : public testing::Test {
     const wxFileName m_targetName{FromUtf8(m_target.string()), wxString()};
     std::vector<std::string> m_asked;
     std::string m_messages;
+    UnzipOptions m_options;
 
   private:
     static bool Ask(void* userData, const wxZipEntry* entry, const wxString* target) {
@@ -108,7 +111,9 @@ TEST_F(Unzip, EntryThatEscapesTheFolderOrIsNoPlainFileFailsThePackageAndWritesNo
         {{.name = "/x"}, "absolute"},
         {{.name = "..\\x"}, "backslash"},
         {{.name = "C:x"}, "drive letter"},
-        {{.name = "a\nb"}, "control character"},
+        {{.name = "a\nb"}, "'a.u.a.b': .*control character"},
+        {{.name = "a\u0085"}, "'a.u.85.': .*control character"},
+        {{.name = "gpj\u202e.sh"}, "'gpj.u.202e..sh': .*control character"},
         {{.name = std::string(256, 'n')}, "too long"},
         {{.name = ".zelka-unzip-1"}, "temporary"},
         {{.name = "folder/./"}, "folder by half"},
@@ -146,20 +151,35 @@ TEST_F(Unzip, WritesNothingWhenEveryEntryIsRefusedOrThereIsNoneOrTheDirectoryLie
     std::string lying = archive;
     ++lying[end + 12];
     ExpectRefused(lying, "not where its end says");
-    ExpectRefused(archive + "x", "its end is missing");
+    EXPECT_TRUE(Run(std::string(65536, 'b') + archive + std::string(65536, 'x'),
+                    [](const wxZipEntry&) { return false; }));
+    ExpectRefused(std::string(65537, 'b') + archive, "not where its end says");
+    ExpectRefused(archive + std::string(65537, 'x'), "its end is missing");
+    // An archive in an archive that was cut off is not taken for it.
+    const std::string outer = BuildZip({{.name = "inner", .content = archive, .stored = true}});
+    ExpectRefused(outer.substr(0, outer.size() - 1), "not where its end says");
     for (std::size_t size = 0; size < archive.size(); ++size) {
         ExpectRefused(archive.substr(0, size), "");
     }
 }
 
-TEST_F(Unzip, LinkInTheTargetFolderIsNeverFollowed) {
+TEST_F(Unzip, LinkIsFollowedBelowTheTargetFolderAndNeverOutOfIt) {
     m_scratch.Write("outside/kept", "kept");
+    m_scratch.Write("bin/in/folder/old", "old");
     fs::create_directory_symlink("../outside", m_target / "link");
-    for (const char* name : {"link/kept", "link/new/x", "link/"}) {
+    fs::create_directory_symlink("../../outside", m_target / "in/out");
+    fs::create_directory_symlink(m_target / "in", m_target / "absolute");
+    fs::create_directory_symlink("./in/folder/../folder", m_target / "inside");
+    for (const char* name : {"link/kept", "link/new/x", "link/", "in/out/kept", "absolute/x"}) {
         EXPECT_FALSE(Run(BuildZip({{.name = "good", .content = "1"}, {.name = name, .mode = 0}})));
-        EXPECT_THAT(m_messages, HasSubstr("symbolic link 'link'"));
+        EXPECT_THAT(m_messages, HasSubstr("link leads out of the folder"));
         EXPECT_THAT(m_asked, IsEmpty());
     }
+    EXPECT_TRUE(Run(BuildZip({{.name = "inside/old", .content = "new"}, {.name = "inside/a/b"}})));
+    EXPECT_EQ(ReadFile(m_target / "in/folder/old"), "new");
+    EXPECT_TRUE(fs::exists(m_target / "in/folder/a/b"));
+    EXPECT_FALSE(Run(BuildZip({{.name = "inside/old"}, {.name = "in/folder/old"}})));
+    EXPECT_THAT(m_messages, HasSubstr("twice"));
     // One that is put there when the check has passed stops the walk; the entries before it stay.
     EXPECT_FALSE(Run(BuildZip({{.name = "good", .content = "1"}, {.name = "late/x"}}),
                      [this](const wxZipEntry& entry) {
@@ -207,11 +227,50 @@ TEST_F(Unzip, PackageThatDeclaresMoreThanTheDiskHasFailsBeforeTheFirstWrite) {
     EXPECT_THAT(Tree(), IsEmpty());
 }
 
-TEST_F(Unzip, FolderInThePlaceOfAFileFailsAndLosesNothing) {
-    m_scratch.Write("bin/a/kept", "kept");
-    EXPECT_FALSE(Run(BuildZip({{.name = "0", .content = "0"}, {.name = "a", .content = "1"}})));
-    EXPECT_THAT(Tree(), UnorderedElementsAre("0", "a", "a/kept"));
-    EXPECT_THAT(m_messages, HasSubstr("bin/a' cannot be written"));
+TEST_F(Unzip, WhatCannotComeInPlaceFailsBeforeTheFirstWrite) {
+    m_scratch.Write("bin/folder/kept", "kept");
+    m_scratch.Write("bin/file", "kept");
+    m_scratch.Write("bin/work/log/app.log", "kept");
+    fs::create_directory_symlink("missing/../work", m_target / "link");
+    m_options.reserved = {m_target / "work", m_target / "lock", m_scratch.Path()};
+    for (const auto& [name, reason] : {std::pair{"folder", "is a file where there is a folder"},
+                                       {"file/x", "needs a folder where there is a file"},
+                                       {"file/", "needs a folder where there is a file"},
+                                       {"lock", "reserved"},
+                                       {"work/log/app.log", "reserved"},
+                                       {"work/new", "reserved"},
+                                       {"link/log/app.log", "reserved"}}) {
+        EXPECT_FALSE(Run(BuildZip({{.name = "0", .content = "0"}, {.name = name, .mode = 0}})));
+        EXPECT_THAT(m_messages, HasSubstr(reason)) << name;
+        EXPECT_THAT(m_asked, IsEmpty());
+        EXPECT_FALSE(fs::exists(m_target / "0"));
+    }
+    std::string empty =
+        BuildZip({{.name = "0", .content = "0"}, {.name = "empty", .stored = true}});
+    empty[empty.rfind("PK\1\2") + 16] = 'x';
+    EXPECT_FALSE(Run(empty)) << "a checksum of nothing";
+    EXPECT_THAT(m_asked, IsEmpty());
+    // Where files are only removed, what is in the way of one is as good as gone.
+    m_options.removes = true;
+    EXPECT_TRUE(Run(BuildZip({{.name = "folder"}, {.name = "file/x"}}),
+                    [](const wxZipEntry&) { return false; }));
+    EXPECT_FALSE(Run(BuildZip({{.name = "work/log/app.log"}})));
+}
+
+TEST_F(Unzip, EntryWithoutPermissionsKeepsThoseOfTheFileAndNoMaskCounts) {
+    fs::permissions(m_scratch.Write("bin/tool", "old"), fs::perms(0750));
+    const mode_t mask = umask(0077);
+    unsigned calls = 0;
+    static unsigned* counter = &calls;
+    m_options.progress = [] { ++*counter; };
+    EXPECT_TRUE(Run(BuildZip({{.name = "tool", .content = std::string(2'000'000, 'x'), .mode = 0},
+                              {.name = "a/b/new", .mode = 0}})));
+    (void)umask(mask);
+    EXPECT_EQ(fs::status(m_target / "tool").permissions(), fs::perms(0750));
+    EXPECT_EQ(fs::status(m_target / "a/b/new").permissions(), fs::perms(0644));
+    EXPECT_EQ(fs::status(m_target / "a").permissions(), fs::perms(0755));
+    EXPECT_EQ(fs::status(m_target / "a/b").permissions(), fs::perms(0755));
+    EXPECT_GT(calls, 8) << "from inside an entry";
 }
 
 TEST_F(Unzip, PackageOfMoreFoldersThanAreKeptOpenComesWhole) {
@@ -225,7 +284,7 @@ TEST_F(Unzip, PackageOfMoreFoldersThanAreKeptOpenComesWhole) {
     EXPECT_EQ(ReadFile(m_target / "d199/399"), "399");
 }
 
-TEST_F(Unzip, KilledRunLeavesOldFilesAndOnlyTemporaryFilesThatNobodyWritesAreRemoved) {
+TEST_F(Unzip, KilledRunLeavesOldFilesAndTemporaryFilesThatAreRemovedAtAnyDepth) {
     for (const char* name :
          {"bin/old", "bin/a/b/.zelka-unzip-0-2", "bin/a/.kept", "outside/.zelka-unzip-0-3"}) {
         m_scratch.Write(name, "old");
@@ -240,12 +299,19 @@ TEST_F(Unzip, KilledRunLeavesOldFilesAndOnlyTemporaryFilesThatNobodyWritesAreRem
     EXPECT_FALSE(killed.Succeeds());
     EXPECT_EQ(ReadFile(m_target / "old"), "old");
     EXPECT_THAT(Tree(), SizeIs(7)) << "with two temporary files";
-    EXPECT_TRUE(Run(archive, [&](const wxZipEntry&) {
-        EXPECT_TRUE(RemoveTemporaryFiles(m_targetName)) << "waits for nobody";
-        EXPECT_TRUE(fs::exists(m_target / "a/b/.zelka-unzip-0-2"));
-        return false;
-    }));
-    EXPECT_TRUE(RemoveTemporaryFiles(m_targetName));
+    // At a depth that there are not descriptors for.
+    std::string deep = "bin/deep";
+    for (int i = 0; i < 100; ++i) {
+        deep += "/d";
+    }
+    m_scratch.Write(deep + "/.zelka-unzip-0-4", "old");
+    const ChildProcess cleaner([&] {
+        const rlimit few{.rlim_cur = 40, .rlim_max = 40};
+        return setrlimit(RLIMIT_NOFILE, &few) == 0 && RemoveTemporaryFiles(m_targetName);
+    });
+    EXPECT_TRUE(cleaner.Succeeds());
+    EXPECT_TRUE(fs::is_empty(m_scratch.Path() / deep));
+    fs::remove_all(m_target / "deep");
     EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/.kept", "a/b", "link", "old"));
     EXPECT_TRUE(fs::exists(m_scratch.Path() / "outside/.zelka-unzip-0-3"));
 }

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "platform/scoped_fd.h"
+
+// Tells a file from another, or another content, that later bears the same name.
+struct FileVersion {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::int64_t size = 0;      // bytes
+    std::int64_t modified = 0;  // nanoseconds since 1970
+
+    bool operator==(const FileVersion&) const = default;
+};
+
+// That of a file that is open.
+FileVersion VersionOf(std::FILE* file);
+
+// What lies below one folder, reached part by part through descriptors, so that nothing outside of
+// it is touched, whatever links are put in the way meanwhile. A symbolic link to a folder is
+// followed as long as each of its parts stays below the folder, which an absolute one never does;
+// PlatformError::kLeavesFolder for the others. Paths are relative to the folder, with '/' between
+// parts and without ".."; the empty one is the folder itself. Error codes are those of the
+// operating system. For one thread at a time.
+class FolderTree {
+  public:
+    struct Folder {
+        ScopedFd fd;
+        std::string path;      // without links
+        bool touched = false;  // got a new name that is not on the disk yet
+    };
+    using FolderPtr = std::shared_ptr<Folder>;
+
+    enum class Kind { kNothing, kFile, kFolder };  // whatever is not a folder is a file
+
+    // Comes before everything else. The folder has to exist.
+    [[nodiscard]] std::error_code Open(const std::string& folder);
+    [[nodiscard]] bool IsOpen() const { return m_root != nullptr; }
+    [[nodiscard]] const FolderPtr& Root() const { return m_root; }
+
+    // The folder at the path, kept open until Forget. `makes` makes what is missing of it, with the
+    // usual permissions whatever the process's mask is.
+    [[nodiscard]] std::error_code OpenFolder(const std::string& path, bool makes,
+                                             FolderPtr& folder);
+    // The folder in which a file lies, and the file's name there.
+    [[nodiscard]] std::error_code OpenParent(const std::string& path, bool makes, FolderPtr& folder,
+                                             std::string& name);
+
+    // Closes a place below the folder, and what lies below that, to all that follows:
+    // PlatformError::kReservedPlace. The path is absolute; there need not be anything yet, and one
+    // that leads elsewhere reserves nothing.
+    void Reserve(const std::string& path);
+
+    // What lies at the path, a link there not followed unless a '/' ends the path, and in `place`
+    // the path to it without links. ENOTDIR if something else is where a folder is needed.
+    [[nodiscard]] std::error_code Look(const std::string& path, Kind& kind, std::string& place);
+
+    // Deletes a file or a link. What is gone already is no failure, and a folder stays: EISDIR.
+    [[nodiscard]] std::error_code DeleteFile(const std::string& path);
+
+    // Gives the file `name` of the folder itself the name `to`, over what has that name, or deletes
+    // it, by way of the name `aside`; but only if it is the given version: else it stays, and
+    // PlatformError::kReplaced.
+    [[nodiscard]] std::error_code RenameIf(const FileVersion& version, const std::string& name,
+                                           const std::string& to);
+    [[nodiscard]] std::error_code DeleteIf(const FileVersion& version, const std::string& name,
+                                           const std::string& aside);
+
+    // Whether it is time to Forget the folders that are kept open, which closes them, and the wait
+    // until the new names in them are on the disk.
+    [[nodiscard]] bool HasManyOpen() const;
+    void Forget();
+    [[nodiscard]] std::error_code SyncFolders() const;
+    // The same for everything on the file systems of these folders.
+    [[nodiscard]] std::error_code SyncFileSystems() const;
+
+  private:
+    class Walk;
+
+    [[nodiscard]] bool IsReserved(const std::string& place) const;
+
+    std::string m_name;  // of the folder
+    FolderPtr m_root;
+    std::vector<std::string> m_reserved;         // places
+    std::map<std::string, FolderPtr> m_folders;  // that are kept open, by their paths
+    bool m_touchedOthers = false;                // folders that are not kept open
+};

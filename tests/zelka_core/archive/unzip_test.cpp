@@ -155,6 +155,21 @@ TEST_F(Unzip, WritesNothingWhenEveryEntryIsRefusedOrThereIsNoneOrTheDirectoryLie
                     [](const wxZipEntry&) { return false; }));
     ExpectRefused(std::string(65537, 'b') + archive, "not where its end says");
     ExpectRefused(archive + std::string(65537, 'x'), "its end is missing");
+    // The same directory by 64-bit records, which may tell of more than there is memory for.
+    const std::string none = NumberBytes(0);
+    const auto end64 = [&](std::uint32_t count) {
+        const std::string counted = NumberBytes(count) + none;
+        return "PK\6\6" + NumberBytes(44) + none + none + none + none + counted + counted +
+               archive.substr(end + 12, 4) + none + archive.substr(end + 16, 4) + none + "PK\6\7" +
+               none + NumberBytes(static_cast<std::uint32_t>(end)) + none + NumberBytes(1) +
+               archive.substr(end);
+    };
+    const std::string large = archive.substr(0, end) + end64(6);
+    EXPECT_TRUE(Run(large, [](const wxZipEntry&) { return false; }));
+    EXPECT_TRUE(Run("beside" + large, [](const wxZipEntry&) { return false; }));
+    ExpectRefused(archive.substr(0, end) + end64(500'001), "more than 500000 entries");
+    ExpectRefused(BuildZip({{.name = "x", .content = end64(0xffffffff), .stored = true}}),
+                  "two ends");
     // An archive in an archive that was cut off is not taken for it.
     const std::string outer = BuildZip({{.name = "inner", .content = archive, .stored = true}});
     ExpectRefused(outer.substr(0, outer.size() - 1), "not where its end says");

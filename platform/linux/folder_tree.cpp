@@ -62,8 +62,8 @@ class FolderTree::Walk {
     // Where the walk was to end, without the links that it has met.
     [[nodiscard]] std::string Destination() const {
         std::string path = m_current->path;
-        for (auto part = m_parts.rbegin(); part != m_parts.rend(); ++part) {
-            path = *part == ".." ? ParentOf(path) : Join(path, *part);
+        for (std::size_t i = m_parts.size(); i-- > 0;) {
+            path = m_parts[i] == ".." ? ParentOf(path) : Join(path, m_parts[i]);
         }
         return path;
     }

@@ -43,7 +43,7 @@ Unwanted UnwantedAtFront(std::string_view text) {
 }
 
 std::string WrittenOut(unsigned code) {
-    char text[sizeof "\\u2028"];
+    char text[16];
     if (code < 0x80) {
         (void)std::snprintf(text, sizeof text, "\\x%02x", code);
     } else {

@@ -161,9 +161,9 @@ using ZelkaCore::SetHookOf;
 
 extern "C" {
 
-int lua_sethook(lua_State* L, lua_Hook function, int mask, int count) {
-    return ZelkaCore::IsTheHosts(L) ? ZelkaCore::SetBeside(L, function, mask, count)
-                                    : ZelkaCore::Lua().set(L, function, mask, count);
+int lua_sethook(lua_State* L, lua_Hook func, int mask, int count) {
+    return ZelkaCore::IsTheHosts(L) ? ZelkaCore::SetBeside(L, func, mask, count)
+                                    : ZelkaCore::Lua().set(L, func, mask, count);
 }
 
 lua_Hook lua_gethook(lua_State* L) {

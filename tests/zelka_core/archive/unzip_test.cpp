@@ -26,6 +26,14 @@ using namespace std::string_view_literals;
 namespace ZelkaCore {
 namespace {
 
+std::string NumberBytes(std::uint32_t value) {
+    std::string bytes;
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(value >> shift);
+    }
+    return bytes;
+}
+
 // An archive and its target folder, side by side in a folder that an escaping entry would be seen
 // in.
 class Unzip : public testing::Test {

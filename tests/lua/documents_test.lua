@@ -1,4 +1,4 @@
--- Every example of the author guide is run, in the order of the guide and in one folder; and the editor
+-- Every example of the two guides is run, in their order and in one folder; and the editor
 -- stub describes what there is.
 
 local lu = require "luaunit"
@@ -30,14 +30,14 @@ local function inFolder(command)
     return execute("cd '%s' && PATH=\"$PWD/bin:$PATH\" && unset NOTIFY_SOCKET\n%s", folder, command)
 end
 
--- The blocks of the guide, with their language, the line they begin at and what they are said to print.
-local function readBlocks()
-    local blocks, block, number = {}, nil, 0
-    for line in io.lines(docs .. "lua_author_guide.md") do
+-- Adds the blocks of a guide, with their language, the line they begin at and what they are said to print.
+local function readBlocks(blocks, guide)
+    local block, number = nil, 0
+    for line in io.lines(docs .. guide .. "_guide.md") do
         number = number + 1
         local language = line:match("^```(%a+)$")
         if language then
-            block = { language = language, line = number, text = "", expected = "" }
+            block = { language = language, place = ("%s%04d"):format(guide, number), text = "", expected = "" }
         elseif line == "```" then
             blocks[#blocks + 1], block = block, nil
         elseif block then
@@ -62,9 +62,9 @@ end
 
 TestDocuments = {}
 local examples = ""
-for _, block in ipairs(readBlocks()) do
+for _, block in ipairs(readBlocks(readBlocks({}, "lua_author"), "lua_delivery")) do
     examples = examples .. block.text
-    TestDocuments[("testTheExampleInLine%04d"):format(block.line)] = function()
+    TestDocuments["testTheExampleIn_" .. block.place] = function()
         lu.assertEquals(block.language == "lua" and runLua(block) or inFolder(block.text), block.expected)
     end
 end

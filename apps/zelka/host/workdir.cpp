@@ -65,8 +65,12 @@ wxString ResolveWorkdir(const wxString& given, const wxFileName& executable) {
     const wxString workdir = given.StartsWith(kRegistryName)
                                  ? WorkdirFromRegistry(given, executable.GetPath(wxPATH_GET_VOLUME))
                                  : given;
+    const wxString expanded = wxExpandEnvVars(workdir);
+    if (expanded.empty()) {
+        return {};  // and not the current folder
+    }
     wxFileName folder;
-    folder.AssignDir(wxExpandEnvVars(workdir));
+    folder.AssignDir(expanded);
     (void)folder.MakeAbsolute();
     return folder.GetPath(wxPATH_GET_VOLUME);
 }
@@ -80,11 +84,10 @@ wxString DefaultWorkdir(const wxFileName& executable) {
 
 bool CAgentApp::SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable) {
     wxString given;
-    const bool isGiven = parser.Found("workdir", &given);
-    const wxString workdir =
-        isGiven ? ResolveWorkdir(given, executable) : DefaultWorkdir(executable);
-    if (isGiven && given.empty()) {
-        wxLogError("The option workdir needs a folder and not an empty text");
+    const wxString workdir = parser.Found("workdir", &given) ? ResolveWorkdir(given, executable)
+                                                             : DefaultWorkdir(executable);
+    if (workdir.empty()) {
+        wxLogError("The option workdir names no folder: '%s'", given);
         return false;
     }
     if (wxFileName::Exists(workdir) && !wxFileName::DirExists(workdir)) {

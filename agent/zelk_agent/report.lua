@@ -44,8 +44,13 @@ end
 
 -- The agent events of this run, such as those of packages that were installed at its start.
 local function printEvents()
+    local events = dom:AgentEvents(0)
+    if not events then
+        io.stderr:write("zelk_agent: the agent events cannot be read; the log says why\n")
+        return
+    end
     local title = "Events\n"
-    for _, event in ipairs(dom:AgentEvents(0)) do
+    for _, event in ipairs(events) do
         if event.jtime >= dom:Get("app.startTime") then
             io.write(title)
             title = ""

@@ -39,6 +39,7 @@ wchar_t** FrameworkArguments() {
         }
         copies.push_back(ZelkaCore::FromUtf8(text).ToStdWstring());
     }
+    pointers.reserve(copies.size() + 1);
     for (std::wstring& copy : copies) {
         pointers.push_back(copy.data());
     }

@@ -52,6 +52,7 @@ int CAgentApp::OnRun() {
     const int result = wxAppBase::OnRun();
     script.requestExit();
     (void)script.join();
+    RethrowStoredException();  // a loop of newer frameworks only ends; older ones have done it
     return result;
 }
 

@@ -148,7 +148,7 @@ TEST_F(Unzip, WritesNothingWhenEveryEntryIsRefusedOrThereIsNoneOrTheDirectoryLie
     ExpectRefused(Patch(archive, "d/./f", "d/./e"), "twice");
     ExpectRefused(Patch(archive, "aa", "bb"), "below an entry that is a file");
     ExpectRefused(Patch(archive, "a-", "a\0"sv), "NUL");
-    ExpectRefused(Patch(archive, "a-", "a\xe4"), "not UTF-8");
+    ExpectRefused(Patch(archive, "a-", "a\xe4"), "(not|invalid) UTF-8");
 
     const std::size_t end = archive.size() - 22;
     for (const char count : {'\0', '\5', '\7'}) {

@@ -12,8 +12,8 @@ namespace {
 
 TEST(LogText, WritesOutWhatATerminalWouldObeyAndNothingElse) {
     EXPECT_EQ(LogText("a\tb\nc\r\x1b[2J\x7f\x01"), "a\tb\n\tc\\x0d\\x1b[2J\\x7f\\x01");
-    EXPECT_EQ(LogText("\u0080\u009f\u2028\u202e\u2066\u2069"),
-              "\\u0080\\u009f\\u2028\\u202e\\u2066\\u2069");
+    EXPECT_EQ(LogText("\u0080\u009f\u2028\u202e\u202c\u2066\u2069"),
+              "\\u0080\\u009f\\u2028\\u202e\\u202c\\u2066\\u2069");
     const std::string kept = "\u00a0ä\u2027\u202f\u2065\u206a€😀\\x1b \xe2\x80 \xe2 \xc2";
     EXPECT_EQ(LogText(kept), kept);
     EXPECT_EQ(LogText(std::string(1, '\0')), "\\x00");

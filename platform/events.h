@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <system_error>
 
@@ -34,6 +35,20 @@ inline constexpr std::size_t MAXIMUM_WAIT_OBJECTS = 64;
 // meanwhile stays waitable until this returns.
 [[nodiscard]] std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles,
                                                      DWORD timeoutMs, DWORD& answer);
+
+// An event behind its handle, for a wait together with other things (poller.h): it can be waited for
+// as long as somebody keeps it, also after its handle is closed.
+class Event;
+using EventPtr = std::shared_ptr<Event>;
+
+// Null if the handle is not that of an open event.
+EventPtr FindEvent(HANDLE event);
+
+// Readable while the event is signalled.
+int DescriptorOf(const Event& event);
+
+// Whether the event is signalled; takes the signal off one with automatic reset.
+bool TakeSignal(const Event& event);
 
 // Owns an event handle and closes it. 0 and INVALID_HANDLE_VALUE own nothing.
 class ScopedHandle {

@@ -15,18 +15,18 @@
 #include <random>
 #include <vector>
 
+#include "platform/poller.h"
 #include "platform/scoped_fd.h"
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-struct Event {
+class Event {
+  public:
     ScopedFd fd;
     bool manualReset;
 };
 
-using EventPtr = std::shared_ptr<Event>;
+namespace {
+
+using Clock = std::chrono::steady_clock;
 
 // Handles by number. An event lives as long as it is in the table or somebody waits for it.
 class EventTable {
@@ -156,6 +156,18 @@ std::error_code ResetEvent(HANDLE event) {
     }
     (void)Consume(*found);
     return {};
+}
+
+EventPtr FindEvent(HANDLE event) {
+    return Table().Find(event);
+}
+
+int DescriptorOf(const Event& event) {
+    return event.fd.Get();
+}
+
+bool TakeSignal(const Event& event) {
+    return event.manualReset ? Poller::IsReady(event.fd.Get(), Poller::kReadable) : Consume(event);
 }
 
 std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles, DWORD timeoutMs,

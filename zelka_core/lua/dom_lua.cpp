@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <system_error>
 
+#include "platform/events.h"
 #include "zelka_core/log/log_text.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/dom_lua_records.h"
+#include "zelka_core/lua/dom_lua_wait.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/text.h"
 
@@ -114,69 +116,14 @@ int ConditionRaise(const DomCall& call) {
     return 1;
 }
 
-DWORD CheckTimeout(const DomCall& call) {
-    const std::int64_t timeout = call.Integer(2, "timeout_ms");
-    if (timeout < -1) {
-        call.Raise("timeout_ms", "must be -1 (no limit), 0 or more milliseconds");
-    }
-    return timeout == -1 ? INFINITE
-                         : static_cast<DWORD>(std::min<std::int64_t>(timeout, INFINITE - 1));
-}
-
-// Conditions and event handles from argument 3 on.
-std::vector<CConditionObserver::Item> CheckWaitItems(const DomCall& call) {
-    std::vector<CConditionObserver::Item> items;
-    std::size_t handles = 0;
-    for (int i = 3; i <= lua_gettop(call.L); ++i) {
-        if (lua_type(call.L, i) == LUA_TNUMBER) {
-            items.emplace_back(static_cast<HANDLE>(call.Integer(i, "handle")));
-            ++handles;
-        } else if (lua_type(call.L, i) == LUA_TSTRING) {
-            items.emplace_back(call.Name(i, "condition"));
-        } else {
-            call.RaiseType(i, std::to_string(i - 1).c_str(),
-                           "a condition's name or an event handle");
-        }
-    }
-    if (handles >= MAXIMUM_WAIT_OBJECTS) {
-        call.Raise("handle", "stands there too often: at most 63 events at a time");
-    }
-    return items;
-}
-
-int Wait(const DomCall& call) {
-    lua_State* L = call.L;
-    CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
-    if (interpreter == nullptr) {
-        return luaL_error(L, "%s: this Lua state does not belong to the agent", call.Member());
-    }
-    const DWORD timeout = interpreter->IsClosing() ? 0 : CheckTimeout(call);
-    const auto items = CheckWaitItems(call);
-    CConditionObserver& observer = interpreter->Observer(call.dom.Conditions());
-    const auto result = [&] {
-        const CLuaStateLock::GiveBack giveBack(interpreter->Lock(), L);
-        return observer.Wait(items, timeout);
-    }();
-    switch (result.kind) {
-        case CConditionObserver::Result::Kind::kFired:
-            lua_pushvalue(L, static_cast<int>(result.index) + 3);
-            return 1;
-        case CConditionObserver::Result::Kind::kTimeout:
-            lua_pushnil(L);
-            return 1;
-        case CConditionObserver::Result::Kind::kFailed:
-            break;
-    }
-    if (result.error == std::errc::bad_file_descriptor) {
-        return luaL_error(L, "%s: one of the handles is not that of an open event", call.Member());
-    }
-    return luaL_error(L, "%s: the system refused to wait: %s", call.Member(),
-                      result.error.message().c_str());
-}
-
 int EventSet(const DomCall& call) {
     const auto event = static_cast<HANDLE>(call.Integer(2, "handle"));
     lua_pushboolean(call.L, !SetEvent(event));
+    return 1;
+}
+
+int StopRequested(const DomCall& call) {
+    lua_pushboolean(call.L, call.dom.StopRequested());
     return 1;
 }
 
@@ -268,6 +215,7 @@ constexpr MemberRow kMembers[] = {
     Row<"ConditionRaise", ConditionRaise>(),
     Row<"Wait", Wait>(),
     Row<"EventSet", EventSet>(),
+    Row<"StopRequested", StopRequested>(),
     Row<"GetPluginFile", GetPluginFile>(),
     Row<"GetPluginWorkdir", GetPluginWorkdir>(),
     Row<"SettingStore", SettingStore>(),

@@ -6,8 +6,8 @@
 
 #include "zelka_core/log/log_text.h"
 #include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/lua/lua_coroutines.h"
 #include "zelka_core/lua/lua_interpreter.h"
-#include "zelka_core/lua/lua_patch.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -176,7 +176,7 @@ void DumpThreads(lua_State* L, const DumpOptions& options) {
     lua_rawgeti(L, LUA_REGISTRYINDEX, LUA_RIDX_MAINTHREAD);
     DumpThread(L, lua_tothread(L, -1), "main", options);
     lua_pop(L, 1);
-    LuaPatchForWin::PushThreads(L);
+    PushThreads(L);
     lua_pushnil(L);
     while (lua_next(L, -2)) {
         lua_State* thread = lua_tothread(L, -2);  // null if a script has put something else there

@@ -7,6 +7,7 @@
 
 #include "platform/next_function.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/task_scheduler.h"
 
 namespace ZelkaCore {
 
@@ -41,8 +42,14 @@ constinit std::array<SetHook, kSetHooks> g_setHooks;
 
 void Look(lua_State* L) {
     CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
-    if (interpreter != nullptr && interpreter->Lock().HasWork()) {
+    if (interpreter == nullptr) {
+        return;
+    }
+    if (interpreter->Lock().HasWork()) {
         interpreter->Lock().ServeWork(L);
+    }
+    if (CTaskScheduler* scheduler = interpreter->SchedulerIfAny()) {
+        scheduler->OnLook(L);  // may raise an error
     }
 }
 
@@ -153,6 +160,10 @@ bool IsTheHosts(lua_State* L) {
 
 void InstallLookHook(lua_State* L) {
     (void)lua_sethook(L, nullptr, 0, 0);
+}
+
+void LookAtEachInstruction(lua_State* L) {
+    (void)Lua().set(L, Lua().get(L), Lua().mask(L) | LUA_MASKCOUNT, 1);
 }
 
 }  // namespace ZelkaCore

@@ -18,4 +18,7 @@ namespace ZelkaCore {
 // Puts the host's hook into a new state of CLuaInterpreter. Lua threads inherit it.
 void InstallLookHook(lua_State* L);
 
+// Has the Lua thread look for work at each instruction from now on, which makes it slow.
+void LookAtEachInstruction(lua_State* L);
+
 }  // namespace ZelkaCore

@@ -10,6 +10,7 @@
 
 #include "platform/memory.h"
 #include "zelka_core/lua/lua_hook.h"
+#include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -139,7 +140,10 @@ int CLuaInterpreter::RunScript(wxInputStream& chunk, int arguments, int results,
     const std::string text = ReadToEnd(chunk);
     const int base = lua_gettop(m_L) - arguments;
     wxOutputStream* const outerOutput = std::exchange(m_output, output);
-    const int status = CallChunk(text, arguments, results, name);
+    const int status = [&] {
+        const LuaStretch::Scope stretch(m_stretch);
+        return CallChunk(text, arguments, results, name);
+    }();
     m_output = outerOutput;
     if (status != LUA_OK) {
         lua_settop(m_L, base);
@@ -169,11 +173,11 @@ int CLuaInterpreter::CallChunk(const std::string& text, int arguments, int resul
     return status;
 }
 
-CConditionObserver& CLuaInterpreter::Observer(CConditions& conditions) {
-    if (!m_observer) {
-        m_observer = std::make_unique<CConditionObserver>(conditions);
+CTaskScheduler& CLuaInterpreter::Scheduler(CDom& dom) {
+    if (!m_scheduler) {
+        m_scheduler = std::make_unique<CTaskScheduler>(*this, dom);
     }
-    return *m_observer;
+    return *m_scheduler;
 }
 
 void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize) {

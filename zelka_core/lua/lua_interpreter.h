@@ -9,9 +9,12 @@
 #include <string>
 
 #include "zelka_core/lua/lua_state_lock.h"
-#include "zelka_core/store/conditions.h"
+#include "zelka_core/lua/lua_stretch.h"
 
 namespace ZelkaCore {
+
+class CDom;
+class CTaskScheduler;
 
 // Owns one Lua 5.2 state and the lock that guards it. Errors, stack overflows and exhausted memory
 // in a script do not end the process: they all come back as a failed chunk. What a script is free
@@ -65,8 +68,14 @@ class CLuaInterpreter {
     // Whether the state is being closed: finalisers run, and nobody is left to wait for anything.
     [[nodiscard]] bool IsClosing() const { return m_closing; }
 
-    // What this state has seen of the store's conditions. Made at the first call.
-    CConditionObserver& Observer(CConditions& conditions);
+    // What runs the tasks of this state. Made at the first call, which may throw std::system_error;
+    // `dom` has to outlive the interpreter's state.
+    CTaskScheduler& Scheduler(CDom& dom);
+    // The same; null before the first call of that.
+    [[nodiscard]] CTaskScheduler* SchedulerIfAny() const { return m_scheduler.get(); }
+
+    // How long Lua code runs without waiting.
+    [[nodiscard]] LuaStretch& Stretch() { return m_stretch; }
 
   private:
     static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
@@ -80,6 +89,7 @@ class CLuaInterpreter {
     lua_State* m_L = nullptr;
 
     CLuaStateLock m_lock;
+    LuaStretch m_stretch;
 
     // Guarded by m_lock.
     std::uint64_t m_memoryLimit;
@@ -88,7 +98,7 @@ class CLuaInterpreter {
     bool m_closing = false;
     wxString m_errorInfo;
     wxOutputStream* m_output = nullptr;
-    std::unique_ptr<CConditionObserver> m_observer;
+    std::unique_ptr<CTaskScheduler> m_scheduler;
 };
 
 }  // namespace ZelkaCore

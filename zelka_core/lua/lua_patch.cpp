@@ -6,77 +6,11 @@
 
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/lua/lua_children.h"
+#include "zelka_core/lua/lua_coroutines.h"
 
 namespace ZelkaCore {
 
 namespace {
-
-constexpr const char* kThreads = "ZelkaCore.threads";
-
-// coroutine.create: makes a Lua thread and remembers it.
-int CreateThread(lua_State* L) {
-    luaL_checktype(L, 1, LUA_TFUNCTION);
-    lua_settop(L, 1);
-    LuaPatchForWin::PushThreads(L);
-    lua_State* thread = lua_newthread(L);
-    lua_pushvalue(L, -1);
-    lua_pushboolean(L, 1);
-    lua_rawset(L, 2);
-    lua_pushvalue(L, 1);
-    lua_xmove(L, thread, 1);
-    return 1;
-}
-
-// Resumes the thread with the arguments on the stack of L and leaves its results there. False with
-// an error value there instead.
-bool Resume(lua_State* L, lua_State* thread) {
-    const int arguments = lua_gettop(L);
-    if (!lua_checkstack(thread, arguments)) {
-        lua_pushliteral(L, "too many arguments to resume");
-        return false;
-    }
-    if (lua_status(thread) == LUA_OK && lua_gettop(thread) == 0) {
-        lua_pushliteral(L, "cannot resume dead coroutine");
-        return false;
-    }
-    lua_xmove(L, thread, arguments);
-    const int status = lua_resume(thread, L, arguments);
-    if (status != LUA_OK && status != LUA_YIELD) {
-        lua_xmove(thread, L, 1);
-        return false;
-    }
-    const int results = lua_gettop(thread);
-    if (!lua_checkstack(L, results + 1)) {
-        lua_pop(thread, results);
-        lua_pushliteral(L, "too many results to resume");
-        return false;
-    }
-    lua_xmove(thread, L, results);
-    return true;
-}
-
-// The function that coroutine.wrap returns.
-int ResumeWrapped(lua_State* L) {
-    lua_State* thread = lua_tothread(L, lua_upvalueindex(1));
-    if (thread == nullptr) {  // a script has put something else there
-        return luaL_error(L, "cannot resume dead coroutine");
-    }
-    if (Resume(L, thread)) {
-        return lua_gettop(L);
-    }
-    if (lua_isstring(L, -1)) {
-        luaL_where(L, 1);
-        lua_insert(L, -2);
-        lua_concat(L, 2);
-    }
-    return lua_error(L);
-}
-
-int WrapThread(lua_State* L) {
-    (void)CreateThread(L);
-    lua_pushcclosure(L, ResumeWrapped, 1);
-    return 1;
-}
 
 // os.exit. The usual clean-up of a process would pull static objects from under the other threads.
 int ExitProcess(lua_State* L) {
@@ -111,22 +45,11 @@ void SetField(lua_State* L, const char* library, const char* name, lua_CFunction
 }  // namespace
 
 int LuaPatchForWin::LuaPatch(lua_State* L) {
-    SetField(L, "coroutine", "create", CreateThread);
-    SetField(L, "coroutine", "wrap", WrapThread);
+    PatchCoroutines(L);
     SetField(L, "os", "exit", ExitProcess);
     SetField(L, "os", "setlocale", SetLocale);
     PatchChildren(L);
     return 0;
-}
-
-void LuaPatchForWin::PushThreads(lua_State* L) {
-    if (luaL_getsubtable(L, LUA_REGISTRYINDEX, kThreads)) {
-        return;
-    }
-    lua_createtable(L, 0, 1);  // a metatable that lets the threads be collected
-    lua_pushliteral(L, "k");
-    lua_setfield(L, -2, "__mode");
-    lua_setmetatable(L, -2);
 }
 
 }  // namespace ZelkaCore

@@ -8,7 +8,7 @@ namespace ZelkaCore {
 class LuaPatchForWin {
   public:
     // Changes, in a state with open libraries:
-    //   coroutine.create, coroutine.wrap  behave as ever, and dumps know the threads they make
+    //   coroutine.create, .wrap, .resume  behave as ever; see lua_coroutines.h
     //   os.exit([code])                   ends the process with what was written so far flushed;
     //                                     it works from any thread, and nothing is run any more
     //   os.setlocale                      knows the locale "C" alone, which is in force: the text
@@ -16,9 +16,6 @@ class LuaPatchForWin {
     //   os.execute, io.popen              behave as ever; see lua_children.h
     // Returns 0; may raise a Lua error.
     static int LuaPatch(lua_State* L);
-
-    // Pushes the table whose keys are the Lua threads that scripts have made and that still exist.
-    static void PushThreads(lua_State* L);
 };
 
 }  // namespace ZelkaCore

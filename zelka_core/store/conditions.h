@@ -2,95 +2,125 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <list>
 #include <map>
-#include <optional>
 #include <string>
-#include <system_error>
-#include <variant>
+#include <unordered_map>
 #include <vector>
 
-#include "platform/events.h"
 #include "zelka_core/mutex.h"
 
 namespace ZelkaCore {
-
-class CConditionObserver;
 
 // Named signals. A condition is never made or removed: a name that was not raised yet is one that
 // was raised zero times. Every operation may be called from any thread and never blocks for long.
 class CConditions {
   public:
-    // Counts one more raise and wakes every observer that waits for the name at this moment.
-    // Returns how many that were; each is counted once until it waits again.
-    unsigned int Raise(const std::string& name);
+    class Listener;
+    class Waiter;
 
-    // About how many bytes of memory the raised names take, an observer's among them, and how many
+    // Which raises somebody has seen. For one thread at a time.
+    class Looks;
+
+    // Counts one more raise and wakes every waiter for the name. Returns how many that were; each
+    // is counted once until it waits again. A raise for good is news also to those who begin to
+    // look later: it tells a state that the process does not leave again.
+    unsigned int Raise(const std::string& name, bool forGood = false);
+
+    // The number of the last raise, whatever its name: those who look from now on have seen it.
+    [[nodiscard]] std::uint64_t LastRaise() const;
+
+    // About how many bytes of memory the raised names take, those who look among them, and how many
     // one more would take: 0 if it was raised before.
     [[nodiscard]] std::size_t Size() const;
     [[nodiscard]] std::size_t SizeOfNew(const std::string& name) const;
 
   private:
-    friend class CConditionObserver;
-
-    // An observer while it waits; in the list from construction to destruction.
-    struct Waiter {
-        Waiter(CConditions& owner, std::vector<std::string> awaited, HANDLE event);
-        ~Waiter();
-        Waiter(const Waiter&) = delete;
-        Waiter& operator=(const Waiter&) = delete;
-
-        // Constant after construction.
-        CConditions& conditions;
-        const std::vector<std::string> names;
-        const HANDLE wake;
-
-        bool woken = false;  // guarded by the mutex of `conditions`
+    struct Condition {
+        std::uint64_t lastRaise = 0;
+        bool forGood = false;
+        std::list<Waiter*> waiters;
     };
-
-    // How often the name was raised.
-    std::uint64_t Raises(const std::string& name) const ZELKA_REQUIRES(m_mutex);
+    // A node stays where it is, and as long as it was raised or somebody waits for it.
+    using Conditions = std::unordered_map<std::string, Condition>;
 
     mutable Mutex m_mutex;
-    std::map<std::string, std::uint64_t> m_raises ZELKA_GUARDED_BY(m_mutex);
+    Conditions m_conditions ZELKA_GUARDED_BY(m_mutex);
+    std::uint64_t m_lastRaise ZELKA_GUARDED_BY(m_mutex) = 0;
     std::size_t m_size ZELKA_GUARDED_BY(m_mutex) = 0;
-    std::vector<Waiter*> m_waiters ZELKA_GUARDED_BY(m_mutex);
 };
 
-// One who waits for conditions and events, and remembers what it has seen: a condition raised since
-// the observer last returned it counts at once, so no raise is lost between two waits; several
-// raises in between count as one. For one thread at a time.
-class CConditionObserver {
+class CConditions::Looks {
   public:
-    // A condition's name or an event's handle.
-    using Item = std::variant<std::string, HANDLE>;
-
-    struct Result {
-        enum class Kind { kFired, kTimeout, kFailed } kind;
-        std::size_t index;      // of the item that fired
-        std::error_code error;  // why the wait failed; EBADF: a handle is not that of an open event
-    };
-
-    // `conditions` has to outlive the observer. Throws std::system_error without a descriptor left.
-    explicit CConditionObserver(CConditions& conditions);
-
-    // Waits for `timeoutMs` milliseconds at most (INFINITE: without limit) until one of the items
-    // fires. Of several the first in the list is returned; the others keep their signal.
-    // At most MAXIMUM_WAIT_OBJECTS - 1 of the items may be handles.
-    Result Wait(const std::vector<Item>& items, DWORD timeoutMs);
+    // Everything up to the raise of that number was seen.
+    explicit Looks(std::uint64_t since) : m_since(since) {}
 
   private:
-    using Deadline = std::optional<CondVar::Clock::time_point>;
+    friend class Waiter;
 
-    Result WaitUntil(const std::vector<Item>& items, const Deadline& deadline);
-    std::optional<std::size_t> FirstRaised(const std::vector<Item>& items);
-    std::uint64_t Seen(const std::string& name) const;
-    Result WaitForHandles(const std::vector<Item>& items, std::size_t count, DWORD timeoutMs);
+    const std::uint64_t m_since;
+    std::map<std::string, std::uint64_t> m_seen;  // by name, where it is later
+};
+
+// The thread that serves a number of waiters.
+class CConditions::Listener {
+  public:
+    // `wake` is called, by any thread and with a lock held, when the thread sleeps and one of its
+    // waiters was woken; it does not block. `conditions` has to outlive the listener.
+    Listener(CConditions& conditions, std::function<void()> wake)
+        : m_conditions(conditions), m_wake(std::move(wake)) {}
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    // Takes the waiters that were woken since the last call. The thread does not sleep any more.
+    void TakeWoken(std::vector<Waiter*>& woken);
+
+    // Whether the thread may go to sleep: nobody was woken. From now on `wake` is called.
+    [[nodiscard]] bool GoToSleep();
+
+  private:
+    friend class CConditions;
+    friend class Waiter;
 
     // Constant after construction.
     CConditions& m_conditions;
-    ScopedHandle m_wake;
+    const std::function<void()> m_wake;
 
-    std::map<std::string, std::uint64_t> m_seen;
+    // Guarded by the mutex of the conditions.
+    std::vector<Waiter*> m_woken;
+    bool m_sleeps = false;
+};
+
+// One who waits for any of some conditions. For its listener's thread.
+class CConditions::Waiter {
+  public:
+    explicit Waiter(Listener& listener) : m_listener(listener) {}
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+    // Waits for one more name, in the order of the calls, or for none any more.
+    void AwaitCondition(const std::string& name);
+    void AwaitNoCondition();
+
+    // Whether the condition of that place in the order was raised after `looks` had last seen it.
+    // It has seen it then. The waiter can be woken again.
+    bool SeesRaise(std::size_t place, Looks& looks);
+
+  protected:
+    ~Waiter() { AwaitNoCondition(); }
+
+  private:
+    friend class CConditions;
+
+    struct Entry {
+        Conditions::value_type* condition;
+        std::list<Waiter*>::iterator place;
+    };
+
+    Listener& m_listener;  // constant after construction
+    std::vector<Entry> m_entries;
+    bool m_woken = false;  // guarded by the mutex of the conditions
 };
 
 }  // namespace ZelkaCore

@@ -144,6 +144,12 @@ std::vector<std::string> CDom::Names(const std::string& prefix) const {
     return names;
 }
 
+void CDom::RequestStop() {
+    if (!m_stopRequested.exchange(true)) {
+        (void)m_conditions.Raise("app.stop", true);
+    }
+}
+
 unsigned int CDom::ConditionRaise(const std::string& name) {
     return m_conditions.Raise(name);
 }

@@ -2,6 +2,7 @@
 
 #include <wx/string.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -76,6 +77,11 @@ class CDom {
     unsigned int ConditionRaise(const std::string& name);
     [[nodiscard]] CConditions& Conditions() { return m_conditions; }
 
+    // Asks the application to end: from now on StopRequested is true, and the condition `app.stop`
+    // is raised for good. Asking again changes nothing.
+    void RequestStop();
+    [[nodiscard]] bool StopRequested() const { return m_stopRequested; }
+
     // The folder `plugins/<plugin>` below `app.path.work`, without a trailing separator, and a file
     // in it. Nothing is made and nothing needs to exist. Empty if `app.path.work` is absent or a
     // name is empty, ".", ".." or holds a separator or a null.
@@ -117,6 +123,7 @@ class CDom {
     AgentDatabase* Database();
 
     CConditions m_conditions;
+    std::atomic<bool> m_stopRequested = false;
     mutable Mutex m_mutex;
     std::map<std::string, Value, std::less<>> m_variables ZELKA_GUARDED_BY(m_mutex);
     std::size_t m_size ZELKA_GUARDED_BY(m_mutex) = 0;  // of the variables

@@ -12,6 +12,7 @@
 #include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/lua_patch.h"
+#include "zelka_core/lua/lua_tasks.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
@@ -86,6 +87,7 @@ int CAgentApp::SetupLua() {
                 m_pDom->GetWxString("app.path.bin"), m_pDom->GetWxString("app.lua.path"),
                 m_pDom->GetWxString("app.lua.cpath"));
     (void)ZelkaCore::LuaPatchForWin::LuaPatch(L);
+    ZelkaCore::PreloadTasks(L, *m_pDom);
     BuildArg(L);
     return 0;
 }

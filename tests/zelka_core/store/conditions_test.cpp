@@ -1,54 +1,86 @@
-#include "zelka_core/store/conditions.h"
-
 #include <gtest/gtest.h>
 
 #include <thread>
 
 #include "tests/support/new_event.h"
+#include "zelka_core/store/wait_engine.h"
 
 namespace ZelkaCore {
 namespace {
 
-using Kind = CConditionObserver::Result::Kind;
+using Kind = WaitResult::Kind;
+using Clock = CWaitEngine::Clock;
 
-constexpr DWORD kGenerous = 60'000;
+// One who waits in the ordinary way: engine, looks and one wait.
+class Observer : public CWait {
+  public:
+    Observer(CWaitEngine& engine, CConditions::Looks& looks) : CWait(engine, looks), m_engine(engine) {}
+
+    WaitResult WaitFor(std::vector<Awaited> items, std::chrono::milliseconds timeout) {
+        Begin(std::move(items), Clock::now() + timeout);
+        for (;;) {
+            if (const auto result = Look()) {
+                return *result;
+            }
+            m_engine.Sleep();
+        }
+    }
+
+  private:
+    void OnWoken() override {}
+
+    CWaitEngine& m_engine;
+};
+
+constexpr std::chrono::milliseconds kAtOnce{0};
+constexpr std::chrono::minutes kGenerous{1};
 
 class Conditions : public testing::Test {
   protected:
     CConditions conditions;
-    CConditionObserver observer{conditions};
+    CWaitEngine engine{conditions};
+    CConditions::Looks looks{0};
+    Observer observer{engine, looks};
 };
 
 TEST_F(Conditions, EveryObserverSeesEveryRaiseOnceInTheOrderOfItsList) {
     const ScopedHandle event(NewEvent(false, true));
-    CConditionObserver other(conditions);
+    CConditions::Looks otherLooks{0};
+    Observer other(engine, otherLooks);
     for (const char* name : {"a", "b", "a"}) {
         conditions.Raise(name);
     }
-    const std::vector<CConditionObserver::Item> items{"b", event.Get(), "a"};
+    const std::vector<Awaited> items{"b", FindEvent(event.Get()), "a"};
     for (const std::size_t expected : {0U, 1U, 2U}) {
-        const auto result = observer.Wait(items, 0);
+        const auto result = observer.WaitFor(items, kAtOnce);
         EXPECT_EQ(result.kind, Kind::kFired);
         EXPECT_EQ(result.index, expected);
     }
-    EXPECT_EQ(observer.Wait(items, 0).kind, Kind::kTimeout);
-    EXPECT_EQ(other.Wait(items, 0).index, 0U);
-    EXPECT_EQ(other.Wait(items, 0).index, 2U);
+    EXPECT_EQ(observer.WaitFor(items, kAtOnce).kind, Kind::kTimeout);
+    EXPECT_EQ(other.WaitFor(items, kAtOnce).index, 0U);
+    EXPECT_EQ(other.WaitFor(items, kAtOnce).index, 2U);
+    CConditions::Looks late{conditions.LastRaise()};
+    Observer newcomer(engine, late);
+    EXPECT_EQ(newcomer.WaitFor({"a"}, kAtOnce).kind, Kind::kTimeout);
+    conditions.Raise("b", true);
+    EXPECT_EQ(Observer(engine, late).WaitFor({"a", "b"}, kAtOnce).index, 1U);
 }
 
 // Two threads play ping-pong; a raise that is lost would hang them.
 TEST_F(Conditions, NoRaiseIsLostBetweenTwoWaitsAndNoneWakesMoreThanOneWhoWaits) {
     constexpr int kRounds = 2000;
     std::thread thread([&] {
-        CConditionObserver other(conditions);
+        CWaitEngine own(conditions);
+        CConditions::Looks otherLooks{0};
+        Observer other(own, otherLooks);
         for (int i = 0; i < kRounds; ++i) {
-            ASSERT_EQ(other.Wait({"ping"}, kGenerous).kind, Kind::kFired);
+            ASSERT_EQ(other.WaitFor({"ping"}, kGenerous).kind, Kind::kFired);
             EXPECT_LE(conditions.Raise("pong"), 1U);
         }
     });
     for (int i = 0; i < kRounds; ++i) {
         EXPECT_LE(conditions.Raise("ping"), 1U);
-        EXPECT_EQ(observer.Wait({"pong"}, kGenerous).kind, Kind::kFired);
+        EXPECT_EQ(observer.WaitFor({"pong"}, kGenerous).kind, Kind::kFired);
     }
     thread.join();
 }

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "zelka_core/lua/dom_lua.h"
+
+namespace ZelkaCore {
+
+class CSignal;
+
+// The member of `dom` by which scripts wait. In a task it suspends that task; elsewhere the tasks run
+// meanwhile.
+int Wait(const DomCall& call);
+
+// Registers the class of signals, which scripts can wait for as well, in a state, with the metatable
+// on top of the stack, which it takes.
+void RegisterSignalClass(lua_State* L);
+
+// Makes a signal in a new userdata on top of the stack. May raise a Lua error.
+CSignal& MakeSignal(lua_State* L);
+
+// The signal that stands there; null if it is something else.
+CSignal* SignalAt(lua_State* L, int index);
+
+}  // namespace ZelkaCore

@@ -108,10 +108,21 @@ function dom:AgentEventWrite(event) end
 ---@return AgentEvent[]|nil events  nil if they cannot be read; the log says why
 function dom:AgentEvents(after_id, limit) end
 
----Writes a line to the agent's log.
----@param level "error"|"warning"|"verbose"
+---Tells the time of a clock that nobody sets, to measure spans with.
+---@return number milliseconds  with their fraction, since some moment; time asleep does not count
+function dom:Now() end
+
+---Tells the time of day.
+---@return number milliseconds  with their fraction, since 1970-01-01 UTC
+function dom:Time() end
+
+---Writes a line to the agent's log, with `fields` as ` key=value` behind the text, sorted by their names.
+---In a service errors and warnings go to the system's journal, too, with the fields as journal fields
+---whose names are in upper case. A name is a letter and up to 63 letters, digits and underscores.
+---@param level "error"|"warning"|"info"|"verbose"
 ---@param text string
-function dom:Log(level, text) end
+---@param fields? table<string, DomValue>
+function dom:Log(level, text, fields) end
 
 ---Writes a line to the trace if the module is enabled, with the calling Lua file and line as its
 ---position. Modules are enabled with the variables `app.trace` and `app.trace+`.

@@ -35,7 +35,15 @@ local refused = {
         data = { { { code = 1, severity = 5, data = {} } }, { { code = 1, severity = 5, data = "\255" } } },
     },
     AgentEvents = { after_id = { { "x" } }, limit = { { 0, 1.5 } } },
-    Log = { level = { {}, { "loud", "text" } }, text = { { "error" }, { "error", {} } } },
+    Now = {},
+    Time = {},
+    Log = {
+        level = { {}, { "loud", "text" } },
+        text = { { "error" }, { "error", {} } },
+        fields = { { "info", "x", "y" }, { "info", "x", { "y" } }, { "info", "x", { ["a b"] = 1 } },
+                   { "info", "x", { _a = 1 } }, { "info", "x", { [("a"):rep(65)] = 1 } } },
+        ["fields.key"] = { { "info", "x", { key = {} } }, { "info", "x", { key = 0.5 } } },
+    },
     LogTrace = { module = { { "", "text" } }, text = { { "Appl" } } },
     LogTraceIsEnabled = { module = { {}, { "" } } },
 }

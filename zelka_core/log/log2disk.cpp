@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "platform/journal.h"
+#include "zelka_core/log/log_fields.h"
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/text.h"
 
@@ -24,7 +25,7 @@ const char* LevelName(wxLogLevel level) {
             return "warning";
         case wxLOG_Message:
         case wxLOG_Status:
-            return "message";
+            return "info";
         case wxLOG_Info:
             return "verbose";
         default:
@@ -56,7 +57,7 @@ void CLog2Disk::UseJournal() {
 void CLog2Disk::DoLogRecord(wxLogLevel level, const wxString& text, const wxLogRecordInfo& info) {
     if (g_usesJournal && level <= wxLOG_Warning) {
         SendToJournal(level == wxLOG_Warning ? JournalPriority::kWarning : JournalPriority::kError,
-                      ToUtf8(text));
+                      ToUtf8(text), FieldsOf(info));
     }
     wxLog::DoLogRecord(level, text, info);
 }

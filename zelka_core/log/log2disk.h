@@ -10,7 +10,8 @@ class CLog2Disk : public wxLog {
   public:
     CLog2Disk();
 
-    // From here on errors and warnings of every target go to the system's journal, too.
+    // From here on errors and warnings of every target go to the system's journal, too, with their
+    // fields (log_fields.h).
     static void UseJournal();
 
   protected:

@@ -1,13 +1,10 @@
 #include "zelka_core/log/log_text.h"
 
-#include <cstddef>
 #include <cstdio>
 
 namespace ZelkaCore {
 
 namespace {
-
-constexpr std::size_t kMaximumSize = std::size_t{64} * 1024;
 
 // A character that is written out, and the bytes that it takes; 0 bytes for one that stays.
 struct Unwanted {
@@ -73,13 +70,13 @@ std::string LogText(std::string_view record) {
     return text;
 }
 
-std::string BoundedLogText(std::string_view text) {
-    if (text.size() <= kMaximumSize) {
+std::string BoundedLogText(std::string_view text, std::size_t limit) {
+    if (text.size() <= limit) {
         return std::string(text);
     }
-    std::size_t size = kMaximumSize;
+    std::size_t size = limit;
     constexpr std::size_t kLongestCharacter = 4;
-    while (size > kMaximumSize - kLongestCharacter &&
+    while (size > limit - kLongestCharacter &&
            (static_cast<unsigned char>(text[size]) & 0xc0U) == 0x80) {
         --size;  // not in the middle of a character
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -12,8 +13,10 @@ namespace ZelkaCore {
 // gives UTF-8.
 std::string LogText(std::string_view record);
 
-// A text that a script hands over, not larger than 64 KiB: what is beyond is not there but counted,
-// " ... (5 bytes more)".
-std::string BoundedLogText(std::string_view text);
+inline constexpr std::size_t kMaximumLogText = std::size_t{64} * 1024;  // bytes: 64 KiB
+
+// A text that a script hands over, not larger than `limit` bytes: what is beyond is not there but
+// counted, " ... (5 bytes more)". The limit is at least 4.
+std::string BoundedLogText(std::string_view text, std::size_t limit = kMaximumLogText);
 
 }  // namespace ZelkaCore

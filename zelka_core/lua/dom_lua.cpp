@@ -1,18 +1,16 @@
 #include "zelka_core/lua/dom_lua.h"
 
-#include <wx/log.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <system_error>
 
 #include "platform/events.h"
-#include "zelka_core/log/log_text.h"
-#include "zelka_core/log/trace.h"
+#include "zelka_core/lua/dom_lua_log.h"
 #include "zelka_core/lua/dom_lua_records.h"
 #include "zelka_core/lua/dom_lua_wait.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -139,45 +137,13 @@ int GetPluginWorkdir(const DomCall& call) {
     return 1;
 }
 
-// The framework's log functions would end the text at a null.
-wxString CheckLogText(const DomCall& call, int index) {
-    std::string text = BoundedLogText(call.TextView(index, "text"));
-    std::replace(text.begin(), text.end(), '\0', '?');
-    return FromUtf8(text);
+int Now(const DomCall& call) {
+    lua_pushnumber(call.L, MonotonicMillis());
+    return 1;
 }
 
-int Log(const DomCall& call) {
-    const std::string level = call.Name(2, "level");
-    const wxString text = CheckLogText(call, 3);
-    if (level == "error") {
-        wxLogError("%s", text);
-    } else if (level == "warning") {
-        wxLogWarning("%s", text);
-    } else if (level == "verbose") {
-        wxLogVerbose("%s", text);
-    } else {
-        call.Raise("level", "must be 'error', 'warning' or 'verbose', but it is '" + level + "'");
-    }
-    return 0;
-}
-
-int WriteTrace(const DomCall& call) {
-    const wxString module = FromUtf8(call.Name(2, "module"));
-    const wxString text = CheckLogText(call, 3);
-    if (!LogTraceIsEnabled(module)) {
-        return 0;
-    }
-    lua_Debug caller = {};
-    if (lua_getstack(call.L, 1, &caller)) {
-        lua_getinfo(call.L, "nSl", &caller);
-    }
-    LogTrace(module, caller.short_src, caller.currentline,
-             caller.name != nullptr ? caller.name : "chunk", text);
-    return 0;
-}
-
-int IsTraceEnabled(const DomCall& call) {
-    lua_pushboolean(call.L, LogTraceIsEnabled(FromUtf8(call.Name(2, "module"))));
+int Time(const DomCall& call) {
+    lua_pushnumber(call.L, TimeOfDayMillis());
     return 1;
 }
 
@@ -223,6 +189,8 @@ constexpr MemberRow kMembers[] = {
     Row<"SettingRemove", SettingRemove>(),
     Row<"AgentEventWrite", AgentEventWrite>(),
     Row<"AgentEvents", AgentEvents>(),
+    Row<"Now", Now>(),
+    Row<"Time", Time>(),
     Row<"Log", Log>(),
     Row<"LogTrace", WriteTrace>(),
     Row<"LogTraceIsEnabled", IsTraceEnabled>(),

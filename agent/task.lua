@@ -7,20 +7,27 @@ local dom = dom
 local task = {}
 local methods = core.methods
 
-local function check(member, argument, isRight, wanted, value)
+local function check(member, argument, isRight, wanted, value, level)
     if not isRight then
         error(("%s: argument '%s' must be %s, but it is %s"):format(member, argument, wanted,
-            value == nil and "missing" or tostring(value)), 3)
+            value == nil and "missing" or tostring(value)), level or 3)
     end
+end
+
+local function checkStart(member, name, fn)
+    check(member, "name", type(name) == "string" and name ~= "", "a text that is not empty", name, 4)
+    check(member, "fn", type(fn) == "function", "a function", fn, 4)
 end
 
 -- Runs fn(...) from the next wait on.
 function task.start(name, fn, ...)
+    checkStart("task.start", name, fn)
     return core.start(name, false, fn, ...)
 end
 
 -- The same; if it fails, the application is asked to stop and the run ends with exit code 2.
 function task.essential(name, fn, ...)
+    checkStart("task.essential", name, fn)
     return core.start(name, true, fn, ...)
 end
 
@@ -31,7 +38,7 @@ end
 -- Calls fn now and every `ms` milliseconds; beats that are missed meanwhile are left out.
 function task.every(ms, name, fn)
     check("task.every", "ms", type(ms) == "number" and ms > 0, "a number of milliseconds above 0", ms)
-    check("task.every", "fn", type(fn) == "function", "a function", fn)
+    checkStart("task.every", name, fn)
     return core.start(name, false, function()
         local beat = dom:Now()
         while true do

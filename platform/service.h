@@ -91,6 +91,9 @@ struct ServiceProfile {
 // manager started only the profile is kept.
 void BlockServiceSignals(ServiceProfile profile);
 
+// Whether a service manager has started this process.
+[[nodiscard]] bool IsStartedByManager();
+
 // Takes that back, for a process that does not become a service: signals do what they always do,
 // also those that came meanwhile. While there is no other thread yet.
 void UnblockServiceSignals();

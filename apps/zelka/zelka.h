@@ -8,14 +8,17 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "apps/zelka/published_pointer.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
 #include "zelka_core/mutex.h"
+#include "zelka_core/store/wait.h"
 
 class ClockChangeWatch;
+class StopSignals;
 class PackageRound;
 class wxCmdLineParser;
 class wxFileName;
@@ -91,6 +94,7 @@ class CAgentApp : public wxAppBase {
     // host/ and watcher/: the main loop, whose end may be asked for before it begins.
     void QueueEndOfMainLoop(int result) ZELKA_REQUIRES(m_loopMutex);
     void WatchClock();
+    void WatchStopSignals();
 
     // host/: the cryptographic provider. Ends the process if a file that FIPS needs is missing.
     void SelectCryptoProvider() const;
@@ -119,6 +123,15 @@ class CAgentApp : public wxAppBase {
     int RunChunk(wxInputStream& chunk, wxOutputStream* output, const wxString& name);
     int RunUnitTest();
     bool BecomeService(int& result);
+
+    // script/: the tasks, behind main. RunTasks returns when all have ended or the run is to stop,
+    // EndTasks when none is left that ends in time; ResultOfTasks is 0 or the exit code of the run.
+    // WaitWithTasks lets the tasks run meanwhile.
+    ZelkaCore::WaitResult WaitWithTasks(std::vector<ZelkaCore::Awaited> items,
+                                        const ZelkaCore::Deadline& deadline);
+    void RunTasks();
+    void EndTasks();
+    [[nodiscard]] int ResultOfTasks() const;
     void ExpandZippath();
 
     // service/: parts of ServiceMain and ServiceCtrl. Exit codes are those of the service.
@@ -172,6 +185,8 @@ class CAgentApp : public wxAppBase {
     wxDateTime m_startTime;
     wxWindow* m_pParentWindow = nullptr;             // owned; parent of the frame
     std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
+    std::unique_ptr<StopSignals> m_stopSignals;      // likewise, unless the run is a service
+    bool m_bHoldsStopSignals = false;
     std::exception_ptr m_storedException;            // on its way out of the main loop
     bool m_bExceptionReported = false;               // in the log, by OnExceptionInMainLoop
 

@@ -179,7 +179,7 @@ constexpr MemberRow kMembers[] = {
     Row<"SetNil", SetNil>(),
     Row<"Names", Names>(),
     Row<"ConditionRaise", ConditionRaise>(),
-    Row<"Wait", Wait>(),
+    {"Wait", Wait},
     Row<"EventSet", EventSet>(),
     Row<"StopRequested", StopRequested>(),
     Row<"GetPluginFile", GetPluginFile>(),

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/poller.h"
+#include "zelka_core/lua/dom_lua.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 
@@ -161,17 +162,11 @@ int ContinueWait(lua_State* L) {
     });
 }
 
-int CollectSignal(lua_State* L) {
-    if (auto* signal = static_cast<std::optional<CSignal>*>(luaL_testudata(L, 1, kSignalClass))) {
-        signal->reset();
-    }
-    return 0;
-}
+constexpr int kBegun = -1;
 
-}  // namespace
-
-int Wait(const DomCall& call) {
-    lua_State* L = call.L;
+// Waits, or has the task begin to wait.
+int WaitOrBegin(lua_State* L) {
+    const DomCall call(L, "dom:Wait");
     CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
     if (interpreter == nullptr) {
         return luaL_error(L, "%s: this Lua state does not belong to the agent", call.Member());
@@ -181,9 +176,29 @@ int Wait(const DomCall& call) {
     CTaskScheduler& scheduler = interpreter->Scheduler(call.dom);
     scheduler.RaiseIfCancelled(L);
     if (scheduler.MayGiveWay(L)) {
-        return PushResult(L, scheduler.WaitInTask(L, std::move(items), deadline, ContinueWait));
+        scheduler.Current()->Begin(std::move(items), deadline);
+        return kBegun;
     }
     return PushResult(L, scheduler.WaitHere(L, std::move(items), deadline));
+}
+
+int CollectSignal(lua_State* L) {
+    if (auto* signal = static_cast<std::optional<CSignal>*>(luaL_testudata(L, 1, kSignalClass))) {
+        signal->reset();
+    }
+    return 0;
+}
+
+}  // namespace
+
+int Wait(lua_State* L) {
+    const int results = CallGuarded(L, WaitOrBegin);
+    if (results != kBegun) {
+        return results;
+    }
+    // Nothing in this frame has to be destroyed: giving way is as fast as it can be.
+    CLuaInterpreter::Of(L)->SchedulerIfAny()->GiveWay(L, ContinueWait);
+    return ContinueWait(L);
 }
 
 void RegisterSignalClass(lua_State* L) {

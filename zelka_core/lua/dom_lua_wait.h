@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zelka_core/lua/dom_lua.h"
+#include <lua.hpp>
 
 namespace ZelkaCore {
 
@@ -8,7 +8,7 @@ class CSignal;
 
 // The member of `dom` by which scripts wait. In a task it suspends that task; elsewhere the tasks run
 // meanwhile.
-int Wait(const DomCall& call);
+int Wait(lua_State* L);
 
 // Registers the class of signals, which scripts can wait for as well, in a state, with the metatable
 // on top of the stack, which it takes.

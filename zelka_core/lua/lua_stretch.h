@@ -42,6 +42,10 @@ class LuaStretch {
     // if none goes on.
     [[nodiscard]] Clock::rep Since() const { return m_since.load(kOrder); }
 
+    [[nodiscard]] Clock::time_point Begun() const {
+        return Clock::time_point(Clock::duration(Since()));
+    }
+
     // Its length so far; 0 if none goes on.
     [[nodiscard]] Clock::duration Length() const {
         const Clock::rep since = Since();

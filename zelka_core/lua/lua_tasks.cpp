@@ -4,6 +4,7 @@
 #include <string>
 
 #include "zelka_core/lua/dom_lua_wait.h"
+#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_coroutines.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"

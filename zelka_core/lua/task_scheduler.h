@@ -52,12 +52,12 @@ class CTaskScheduler {
     // the first lets all tasks run, the second none. May raise a Lua error or throw.
     WaitResult WaitHere(lua_State* L, std::vector<Awaited> items, const Deadline& deadline);
 
-    // Waits in the running task, which gives way: `continuation` goes on in `L` afterwards, and
-    // TakeResult has the result. Returns with the result if it cannot give way there.
-    WaitResult WaitInTask(lua_State* L, std::vector<Awaited> items, const Deadline& deadline,
-                          lua_CFunction continuation);
-    // Raises the error that a cancelled task's waits raise.
+    // How the running task waits, where MayGiveWay: it begins the wait, Current()->Begin, and gives
+    // way, to go on in `continuation` in `L`; or in the function that gives way, when the wait is
+    // over, if there is a place that cannot be left. TakeResult has the result in either.
+    void GiveWay(lua_State* L, lua_CFunction continuation);
     WaitResult TakeResult(lua_State* L);
+    // Raises the error that a cancelled task's waits raise.
     void RaiseIfCancelled(lua_State* L) const;
 
     // For the host's coroutine.resume, which resumes `thread` from `L`. Outside of tasks, and in Lua
@@ -65,10 +65,8 @@ class CTaskScheduler {
     void EnterCoroutine(lua_State* L, lua_State* thread);
     void LeaveCoroutine(lua_State* L, lua_State* thread);
     // Whether the coroutine has yielded for a wait of the host. Then `L` has to give way as well,
-    // to take the coroutine back, and to resume it with nothing. GiveWay continues in
-    // `continuation`, or returns when the wait is over if `L` cannot give way.
+    // to take the coroutine back, and to resume it with nothing.
     bool TakeGivesWay(lua_State* L, lua_State* thread);
-    void GiveWay(lua_State* L, lua_CFunction continuation);
     void TakeBack(lua_State* L, lua_State* thread);
     // Whether the Lua thread waits for the host, which alone may resume it.
     bool IsParked(lua_State* L, lua_State* thread) const;
@@ -87,9 +85,12 @@ class CTaskScheduler {
     void Close() { m_closed = true; }
     [[nodiscard]] bool IsClosed() const { return m_closed; }
 
-    // From `cancelAt` on the running task is cancelled also if it never waits, from `endAt` on an
-    // error is raised in its code wherever it is: the end of a run does not depend on its tasks.
-    void SetEnd(Clock::time_point cancelAt, Clock::time_point endAt);
+    // How long a task may go on after the run was asked to stop, and as long again after it was
+    // cancelled: the variable `app.stop.patience`, in milliseconds.
+    [[nodiscard]] std::chrono::milliseconds Patience() const;
+    // From that time on an error is raised in the code of a cancelled task wherever it is: the end of
+    // a run does not depend on its tasks. One that does not even wait is treated so in any case.
+    void SetEnd(Clock::time_point endAt) { m_endAt = endAt; }
     // Called every so often inside running Lua code. May raise that error in `L`.
     void OnLook(lua_State* L);
 
@@ -106,16 +107,13 @@ class CTaskScheduler {
 
   private:
     class HereWait;
-    struct End {
-        Clock::time_point cancelAt;
-        Clock::time_point endAt;
-    };
 
     void RunReady(lua_State* L);
     void Step(lua_State* L, Task& task);
     void Finish(lua_State* L, Task& task, int status);
     void Sleep(lua_State* L);
     WaitResult Block(lua_State* L, CWait& wait);
+    void BlockInstead(lua_State* L);
     void ReportFailure(lua_State* L, Task& task);
 
     // Constant after construction.
@@ -134,7 +132,8 @@ class CTaskScheduler {
     bool m_closed = false;
     bool m_essentialFailed = false;
     std::size_t m_living = 0;
-    std::optional<End> m_end;
+    std::optional<Clock::time_point> m_stopSeen;
+    std::optional<Clock::time_point> m_endAt;
 };
 
 }  // namespace ZelkaCore

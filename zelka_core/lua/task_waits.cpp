@@ -9,6 +9,7 @@
 #include "zelka_core/lua/lua_hook.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -19,23 +20,37 @@ int YieldNothing(lua_State* L) {
     return lua_yield(L, 0);
 }
 
-}  // namespace
-
-WaitResult CTaskScheduler::WaitInTask(lua_State* L, std::vector<Awaited> items,
-                                      const Deadline& deadline, lua_CFunction continuation) {
-    Task& task = *m_current;
-    task.Begin(std::move(items), deadline);
-    GiveWay(L, continuation);
-    return TakeResult(L);
+// Whether nothing but a few Lua functions is between the running native function and the beginning of
+// the Lua thread: then it can be left. Not in a finaliser, during which the collector rests.
+bool IsAllLua(lua_State* L) {
+    constexpr int kFrames = 8;
+    lua_Debug frame;
+    for (int level = 1; lua_getstack(L, level, &frame) != 0; ++level) {
+        lua_getinfo(L, "l", &frame);
+        if (frame.currentline == -1 || level > kFrames) {
+            return false;
+        }
+    }
+    return lua_gc(L, LUA_GCISRUNNING, 0) != 0;
 }
 
-// Returns only if that is not possible: a native function in between cannot be left. Lua tells it
-// by an error, which the protected call catches; where it is possible, the call is left for good
-// and `continuation` goes on in its place.
+}  // namespace
+
+// By a C++ exception, as Lua does it: each frame on its way costs, and one with an object that has to
+// be destroyed as much as the rest. So where it is plain that it can be left, the call is left at
+// once. Elsewhere Lua tells by an error whether a native function in between cannot be left, and a
+// protected call catches it. In either case `continuation` goes on in the place of the call.
 void CTaskScheduler::GiveWay(lua_State* L, lua_CFunction continuation) {
     m_givesWay = true;
+    if (IsAllLua(L)) {
+        (void)lua_yieldk(L, 0, 0, continuation);
+    }
     lua_pushcfunction(L, YieldNothing);
     (void)lua_pcallk(L, 0, 0, 0, 0, continuation);
+    BlockInstead(L);
+}
+
+void CTaskScheduler::BlockInstead(lua_State* L) {
     m_givesWay = false;
     lua_pop(L, 1);
     if (!std::exchange(m_blockTold, true)) {
@@ -110,23 +125,32 @@ bool CTaskScheduler::IsParked(lua_State* L, lua_State* thread) const {
     return isParked;
 }
 
-void CTaskScheduler::SetEnd(Clock::time_point cancelAt, Clock::time_point endAt) {
-    m_end = End{cancelAt, endAt};
+std::chrono::milliseconds CTaskScheduler::Patience() const {
+    constexpr unsigned long kDefault = 5000;
+    constexpr unsigned long kMost = 3'600'000;
+    unsigned long patience = 0;
+    const bool isGiven = m_dom.GetWxString("app.stop.patience").ToULong(&patience);
+    return std::chrono::milliseconds(isGiven ? std::min(patience, kMost) : kDefault);
 }
 
 void CTaskScheduler::OnLook(lua_State* L) {
-    if (!m_end || m_current == nullptr) {
+    if (m_current == nullptr || !m_dom.StopRequested()) {
         return;
     }
     const auto now = Clock::now();
-    if (now < m_end->cancelAt) {
+    const auto patience = Patience();
+    if (!m_stopSeen) {
+        m_stopSeen = now;
+    }
+    const auto cancelAt = std::max(*m_stopSeen, m_interpreter.Stretch().Begun()) + patience;
+    if (now < cancelAt && !m_current->isCancelled) {
         return;
     }
-    const bool isNews = !std::exchange(m_current->isCancelled, true);
-    if (now < m_end->endAt) {
+    m_current->isCancelled = true;
+    if (now < std::min(cancelAt + patience, m_endAt.value_or(Clock::time_point::max()))) {
         return;
     }
-    if (!isNews && !std::exchange(m_current->isEnded, true)) {
+    if (!std::exchange(m_current->isEnded, true)) {
         wxLogWarning("Task '%s' does not end by itself, and is ended", FromUtf8(m_current->name));
     }
     LookAtEachInstruction(L);  // so that the error meets also what catches errors in a loop

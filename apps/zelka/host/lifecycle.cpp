@@ -17,6 +17,7 @@
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
+#include "platform/stop_signals.h"
 #include "platform/process_setup.h"
 #include "platform/regkey.h"
 #include "zelka_core/log/log2disk.h"

@@ -3,6 +3,8 @@
 #include <wx/evtloop.h>
 #include <wx/log.h>
 
+#include <cstdio>
+
 #include "apps/zelka/host/script_thread.h"
 #include "apps/zelka/host/start_failure.h"
 #include "apps/zelka/watcher/agent_frame.h"
@@ -10,9 +12,12 @@
 #include "platform/clock_change.h"
 #include "platform/process_setup.h"
 #include "platform/service.h"
+#include "platform/stop_signals.h"
+#include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
 using ZelkaCore::FromUtf8;
+using ZelkaCore::ToUtf8;
 
 namespace {
 
@@ -34,6 +39,10 @@ int CAgentApp::OnRun() {
     if (!m_bBackground) {
         wxLog::SetLogLevel(wxLOG_Max);
         UnblockServiceSignals();
+    }
+    m_bHoldsStopSignals = !m_bBackground || !IsStartedByManager();
+    if (m_bHoldsStopSignals) {
+        HoldStopSignals();
     }
     m_pParentWindow = new wxWindow;
     auto* frame = new CAgentFrame(m_pParentWindow, GetAppName());  // goes in CleanUp
@@ -81,10 +90,27 @@ void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
         return;
     }
     WatchClock();
+    WatchStopSignals();
     const ZelkaCore::MutexLock lock(m_loopMutex);
     m_loopState = LoopState::kRunning;
     if (m_earlyResult) {
         QueueEndOfMainLoop(*m_earlyResult);
+    }
+}
+
+// A second signal ends the process at once, so that an application that does not listen can be ended.
+void CAgentApp::WatchStopSignals() {
+    if (!m_bHoldsStopSignals) {
+        return;
+    }
+    const auto stop = [this] {
+        wxLogVerbose("Asked to stop by a signal");
+        (void)std::fputs(
+            ToUtf8(GetAppName() + ": asked to stop; a second signal ends it at once\n").c_str(), stderr);
+        m_pDom->RequestStop();
+    };
+    if (const auto error = StopSignals::Begin(stop, m_stopSignals)) {
+        wxLogWarning("Signals cannot ask the application to stop: %s", FromUtf8(error.message()));
     }
 }
 
@@ -93,6 +119,7 @@ void CAgentApp::OnEventLoopExit(wxEventLoopBase* loop) {
         const ZelkaCore::MutexLock lock(m_loopMutex);
         m_loopState = LoopState::kOver;
         m_clockWatch.reset();
+        m_stopSignals.reset();
     }
     wxAppBase::OnEventLoopExit(loop);
 }

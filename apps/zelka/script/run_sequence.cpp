@@ -22,8 +22,11 @@ int CAgentApp::OnRunScript() {
         if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
             return result;
         }
+        RunTasks();
+        EndTasks();
         (void)SetUnhandledExceptionFilter(nullptr);
-        return RunAppMethod(L"shutdown");
+        const int result = RunAppMethod(L"shutdown");
+        return result != 0 ? result : ResultOfTasks();
     };
     return ExitStatusOf(static_cast<DWORD>(run()));
 }

@@ -92,6 +92,7 @@ unsigned CAgentApp::ServiceCtrl(unsigned ctrl, unsigned evType) {
 void CAgentApp::TellToStop(const Control&) {
     SetServiceStatus(SERVICE_STOP_PENDING, 0, 0, kStopWaitHint);
     ZELKA_TRACE("Srvc", kFunction, "ServiceCtrl() - telling main thread to shutdown");
+    m_pDom->RequestStop();
     if (const auto error = SetEvent(m_hStopEvent)) {
         ZelkaCore::LogSystemError(error, "SetEvent() failed");
         SetServiceStatus(SERVICE_STOPPED, static_cast<unsigned>(error.value()), 0, 0);

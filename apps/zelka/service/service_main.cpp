@@ -2,10 +2,11 @@
 
 #include <wx/log.h>
 
-#include <array>
 #include <cerrno>
+#include <chrono>
 #include <exception>
-#include <span>
+#include <utility>
+#include <vector>
 
 #include "apps/zelka/service/service_entries.h"
 #include "apps/zelka/zelka.h"
@@ -16,6 +17,7 @@
 #include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
@@ -25,7 +27,7 @@ constexpr const char* kFunction = "CAgentApp::ServiceMain";
 constexpr const char* kSelfProtectKey = R"(HKLM\SOFTWARE\Orvane\Zelk Agent)";
 constexpr const char* kSelfProtect = "Self Protect";
 constexpr unsigned kStopWaitHint = 15'000;  // milliseconds
-constexpr DWORD kIdleWake = 60'000;         // milliseconds
+constexpr std::chrono::minutes kIdleWake{1};
 
 unsigned AsExitCode(int status) {
     return static_cast<unsigned>(status);
@@ -133,25 +135,22 @@ unsigned CAgentApp::CreateServiceEvents() {
 
 // Returns when the service has to stop: asked to, or because it can no longer be asked.
 void CAgentApp::WaitForStop() {
-    const std::array<HANDLE, 2> both{m_hStopEvent, m_hHardenEvent};
-    const auto events = std::span(both).first(both[1] != 0 ? 2 : 1);
+    std::vector<ZelkaCore::Awaited> events{FindEvent(m_hStopEvent)};
+    if (EventPtr harden = FindEvent(m_hHardenEvent)) {
+        events.emplace_back(std::move(harden));
+    }
     for (;;) {
-        DWORD answer = WAIT_TIMEOUT;
-        if (const auto error = WaitForMultipleObjects(events, kIdleWake, answer)) {
-            ZelkaCore::LogSystemError(error, "WaitForSingleObject(m_hStopEvent) failed");
+        const auto result = WaitWithTasks(events, std::chrono::steady_clock::now() + kIdleWake);
+        if (result.kind == ZelkaCore::WaitResult::Kind::kFailed) {
+            ZelkaCore::LogSystemError(result.error, "WaitForSingleObject(m_hStopEvent) failed");
             return;
         }
-        switch (answer) {
-            case WAIT_OBJECT_0:
-                return;
-            case WAIT_OBJECT_0 + 1:
-                TakeHardening();
-                break;
-            case WAIT_TIMEOUT:
-                (void)_heapmin();
-                break;
-            default:
-                break;
+        if (result.kind == ZelkaCore::WaitResult::Kind::kTimeout) {
+            (void)_heapmin();
+        } else if (result.index == 0) {
+            return;
+        } else {
+            TakeHardening();
         }
     }
 }
@@ -172,11 +171,16 @@ void CAgentApp::TakeHardening() {
 // The way out of a service that ran: the application's shutdown, whose result is the exit code.
 unsigned CAgentApp::StopService() {
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() SERVICE_STOP_PENDING");
-    SetServiceStatus(SERVICE_STOP_PENDING, 0, 1, kStopWaitHint);
+    const auto patience = static_cast<unsigned>(m_pLua->Scheduler(*m_pDom).Patience().count());
+    SetServiceStatus(SERVICE_STOP_PENDING, 0, 1, kStopWaitHint + 2 * patience);
+    EndTasks();
     (void)m_pDom->SetNil("app.windows.service.stopEvent");
     (void)CloseHandle(m_hStopEvent.exchange(INVALID_HANDLE_VALUE));
     (void)SetUnhandledExceptionFilter(nullptr);
-    const int status = RunAppMethod(L"shutdown");
+    int status = RunAppMethod(L"shutdown");
+    if (status == 0) {
+        status = ResultOfTasks();
+    }
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() SERVICE_STOPPED");
     return AsExitCode(status);
 }

@@ -34,10 +34,6 @@ std::error_code Errno(std::errc code) {
     return std::make_error_code(code);
 }
 
-bool IsStartedByManager() {
-    return std::getenv("NOTIFY_SOCKET") != nullptr;
-}
-
 sigset_t ServiceSignals(const ServiceProfile& profile) {
     sigset_t signals;
     (void)sigemptyset(&signals);
@@ -258,6 +254,10 @@ void Service::Wake() const {
 }
 
 }  // namespace
+
+bool IsStartedByManager() {
+    return std::getenv("NOTIFY_SOCKET") != nullptr;
+}
 
 void BlockServiceSignals(ServiceProfile profile) {
     if (IsStartedByManager()) {

@@ -6,6 +6,7 @@
 
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/lua/lua_children.h"
+#include "zelka_core/lua/lua_config.h"
 #include "zelka_core/lua/lua_coroutines.h"
 
 namespace ZelkaCore {
@@ -49,6 +50,7 @@ int LuaPatchForWin::LuaPatch(lua_State* L) {
     SetField(L, "os", "exit", ExitProcess);
     SetField(L, "os", "setlocale", SetLocale);
     PatchChildren(L);
+    PreloadConfig(L);
     return 0;
 }
 

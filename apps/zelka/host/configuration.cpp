@@ -1,7 +1,6 @@
 // The instance's log and configuration: ini files, and the options that go with them.
 
 #include <wx/cmdline.h>
-#include <wx/fileconf.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 
@@ -10,6 +9,7 @@
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/store/dom.h"
+#include "zelka_core/store/ini_files.h"
 #include "zelka_core/store/sqlite_database.h"
 #include "zelka_core/text.h"
 
@@ -22,6 +22,10 @@ constexpr const char* kDefaultTrace =
 
 void PrintToStandardError(const wxString& text) {
     (void)std::fputs(ToUtf8(text).c_str(), stderr);
+}
+
+ZelkaCore::IniPaths IniFilesOf(const ZelkaCore::CDom& dom) {
+    return {dom.GetWxString("app.path.ini"), dom.GetWxString("app.path.ini.global")};
 }
 
 bool HasWildcard(const wxString& path) {
@@ -80,10 +84,7 @@ void CAgentApp::OpenLog() {
 }
 
 void CAgentApp::OpenConfiguration() {
-    auto* config = new wxFileConfig(
-        GetAppName(), GetVendorName(), m_pDom->GetWxString("app.path.ini"),
-        m_pDom->GetWxString("app.path.ini.global"),
-        wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, wxConvAuto(wxFONTENCODING_DEFAULT));
+    wxFileConfig* config = ZelkaCore::OpenIniFiles(IniFilesOf(*m_pDom)).release();
     wxConfigBase::Set(config);
 
     const wxString traceList = m_bDefaultAppName

@@ -1,0 +1,214 @@
+#include "zelka_core/store/ini_files.h"
+
+#include <wx/app.h>
+#include <wx/filename.h>
+#include <wx/log.h>
+#include <wx/textfile.h>
+
+#include <array>
+#include <utility>
+
+#include "platform/file.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+// A line that gives a key its value.
+struct Row {
+    wxString group;  // as GroupPath has it
+    wxString name;
+    std::size_t line = 0;
+    bool isFixed = false;  // the instance's own file cannot change it
+};
+
+// Where the keys of a file stand. The framework tells values, but no places.
+struct Outline {
+    wxString file;
+    std::vector<Row> rows;
+    std::size_t senseless = 0;  // the first line that makes no sense; 0: there is none
+};
+
+struct Outlines {
+    Outline own;
+    Outline global;
+};
+
+wxConvAuto Encoding() {
+    return wxConvAuto(wxFONTENCODING_DEFAULT);
+}
+
+// The files that the framework takes for these paths, whole.
+IniPaths Located(const IniPaths& paths) {
+    const auto locate = [](const wxString& path, const wxFileName& standard) {
+        wxFileName file(path);
+        if (!file.IsOk()) {
+            return standard.GetFullPath();
+        }
+        (void)file.MakeAbsolute(standard.GetPath());
+        return file.GetFullPath();
+    };
+    const wxAppConsole* app = wxAppConsole::GetInstance();
+    const wxString name = app != nullptr ? app->GetAppName() : wxString();
+    return {locate(paths.own, wxFileConfig::GetLocalFile(name)),
+            locate(paths.global, wxFileConfig::GetGlobalFile(name))};
+}
+
+wxString GroupPath(const wxString& group) {
+    wxArrayString parts;
+    wxSplitPath(parts, "/" + group);
+    return "/" + wxJoin(parts, '/', '\0');
+}
+
+// What stands in front of `end`, where a backslash takes the meaning from the character behind it.
+std::optional<wxString> NameBefore(wxUniChar end, const wxString& text) {
+    wxString name;
+    for (auto at = text.begin(); at != text.end(); ++at) {
+        if (*at == end) {
+            return name;
+        }
+        if (*at == '\\' && ++at == text.end()) {
+            break;
+        }
+        name += *at;
+    }
+    return std::nullopt;
+}
+
+// Takes a line by the framework's rules. `group` is the one that the line stands in, or begins.
+// False for a line that makes no sense.
+bool TakeLine(wxString text, std::size_t line, wxString& group, std::vector<Row>& rows) {
+    (void)text.Trim(false);
+    if (text.empty() || text[0] == ';' || text[0] == '#') {
+        return true;
+    }
+    const bool isGroup = text[0] == '[';
+    auto name = isGroup ? NameBefore(']', text.substr(1)) : NameBefore('=', text);
+    if (!name) {
+        return false;
+    }
+    if (isGroup) {
+        group = GroupPath(*name);
+        return true;
+    }
+    (void)name->Trim();
+    const bool isFixed = name->StartsWith("!");
+    rows.push_back({group, isFixed ? name->substr(1) : *name, line, isFixed});
+    return true;
+}
+
+bool ReadOutline(const wxString& path, Outline& outline, wxString& problem) {
+    outline.file = path;
+    ScopedFd file;
+    const auto error = OpenRegularFile(ToUtf8(path), file);
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        return true;
+    }
+    if (error) {
+        problem = path + ": " + FromUtf8(error.message());
+        return false;
+    }
+    // The framework gives no line of a file that does not decode, and does not say so.
+    constexpr unsigned kMinimumText = 5;  // bytes: less may be a mark of the byte order alone
+    const wxLogNull quiet;
+    wxTextFile text;
+    if (!text.Open(path, Encoding()) ||
+        (text.GetLineCount() == 0 && wxFileName::GetSize(path) >= kMinimumText)) {
+        problem = path + ": cannot be read as UTF-8 or UTF-16";
+        return false;
+    }
+    wxString group = GroupPath({});
+    for (std::size_t i = 0; i < text.GetLineCount(); ++i) {
+        const wxString line = text[i].BeforeFirst('\0');
+        if (!TakeLine(line, i + 1, group, outline.rows) && outline.senseless == 0) {
+            outline.senseless = i + 1;
+        }
+    }
+    return true;
+}
+
+bool ReadOutlines(const IniPaths& paths, Outlines& both, wxString& problem) {
+    const IniPaths located = Located(paths);
+    return ReadOutline(located.own, both.own, problem) &&
+           ReadOutline(located.global, both.global, problem);
+}
+
+// The last row of the key, whose value counts.
+const Row* FindRow(const Outline& outline, const wxString& group, const wxString& name) {
+    const Row* found = nullptr;
+    for (const Row& row : outline.rows) {
+        if (row.name.IsSameAs(name, false) && row.group.IsSameAs(group, false)) {
+            found = &row;
+        }
+    }
+    return found;
+}
+
+void Locate(const Outlines& both, const wxString& group, IniEntry& entry) {
+    const Row* own = FindRow(both.own, group, entry.name);
+    const Row* global = FindRow(both.global, group, entry.name);
+    const bool isGlobal = global != nullptr && (own == nullptr || global->isFixed);
+    entry.file = isGlobal ? both.global.file : both.own.file;
+    const Row* row = isGlobal ? global : own;
+    if (row != nullptr) {
+        entry.name = row->name;
+        entry.line = row->line;
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths) {
+    const IniPaths located = Located(paths);
+    auto config = std::make_unique<wxFileConfig>(
+        wxEmptyString, wxEmptyString, located.own, located.global,
+        wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, Encoding());
+    config->DisableAutoSave();
+    return config;
+}
+
+bool ReadIniGroup(const IniPaths& paths, const wxString& group, std::vector<IniEntry>& entries,
+                  wxString& problem) {
+    Outlines both;
+    if (!ReadOutlines(paths, both, problem)) {
+        return false;
+    }
+    const wxString path = GroupPath(group);
+    const auto config = OpenIniFiles(paths);
+    config->SetPath(path);
+    std::vector<IniEntry> found;
+    found.reserve(config->GetNumberOfEntries());
+    wxString name;
+    long cookie = 0;
+    for (bool more = config->GetFirstEntry(name, cookie); more;
+         more = config->GetNextEntry(name, cookie)) {
+        IniEntry entry;
+        entry.name = name;
+        wxString value;
+        if (!name.Contains("/") && config->Read(name, &value)) {
+            entry.value = value;
+        }
+        Locate(both, path, entry);
+        found.push_back(std::move(entry));
+    }
+    entries = std::move(found);
+    return true;
+}
+
+bool CheckIniFiles(const IniPaths& paths, wxString& problem) {
+    Outlines both;
+    if (!ReadOutlines(paths, both, problem)) {
+        return false;
+    }
+    for (const Outline* outline : {&both.own, &both.global}) {
+        if (outline->senseless != 0) {
+            problem = wxString::Format("%s:%zu: neither a [group] nor key=value", outline->file,
+                                       outline->senseless);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace ZelkaCore

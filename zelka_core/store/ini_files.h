@@ -1,0 +1,43 @@
+#pragma once
+
+#include <wx/fileconf.h>
+#include <wx/string.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+// The two ini files of an instance, read by one rule for host and scripts: the framework's. Any
+// thread; each call reads the files anew, and nothing is ever written to them. A file that is not
+// there is an empty one.
+
+namespace ZelkaCore {
+
+// What the variables `app.path.ini` and `app.path.ini.global` hold.
+struct IniPaths {
+    wxString own;  // its keys win
+    wxString global;
+};
+
+// A key of a group.
+struct IniEntry {
+    wxString name;                  // as it is written there
+    std::optional<wxString> value;  // none if the framework cannot read it: a name with a slash
+    wxString file;
+    std::size_t line = 0;  // from 1 on; 0: the file has changed since
+};
+
+// The values of both files. What cannot be read is left out, which the log tells.
+std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths);
+
+// Reads the entries of a group, sorted by name; "" is the top of the files. Lines that make no
+// sense are left out, which the log tells. False for a file that can be neither read nor decoded,
+// with `problem` "FILE: why" and `entries` untouched.
+bool ReadIniGroup(const IniPaths& paths, const wxString& group, std::vector<IniEntry>& entries,
+                  wxString& problem);
+
+// Whether every line of both files makes sense. `problem` otherwise: "FILE: why", "FILE:LINE: why".
+bool CheckIniFiles(const IniPaths& paths, wxString& problem);
+
+}  // namespace ZelkaCore

@@ -13,6 +13,7 @@
 // The service manager sends controls as signals to the process:
 //
 //     SIGTERM               stop (1), or shutdown (5) while the whole system goes down
+//     SIGHUP                parameter change (6), if the application has that control
 //     RTMIN with a value    the control of that number: kill -q CODE -s RTMIN PID
 //     RTMIN+1 and on        the controls for which the application wants a signal of their own
 //
@@ -37,6 +38,7 @@ inline constexpr DWORD SERVICE_CONTROL_PAUSE = 2;
 inline constexpr DWORD SERVICE_CONTROL_CONTINUE = 3;
 inline constexpr DWORD SERVICE_CONTROL_INTERROGATE = 4;
 inline constexpr DWORD SERVICE_CONTROL_SHUTDOWN = 5;
+inline constexpr DWORD SERVICE_CONTROL_PARAMCHANGE = 6;
 inline constexpr DWORD SERVICE_CONTROL_DEVICEEVENT = 11;
 inline constexpr DWORD SERVICE_CONTROL_HARDWAREPROFILECHANGE = 12;
 inline constexpr DWORD SERVICE_CONTROL_POWEREVENT = 13;

@@ -21,6 +21,7 @@ class ClockChangeWatch;
 class StopSignals;
 class PackageRound;
 class wxCmdLineParser;
+class wxConfigBase;
 class wxFileName;
 class wxInputStream;
 class wxOutputStream;
@@ -110,6 +111,8 @@ class CAgentApp : public wxAppBase {
     void TakeDomainVariables(const wxCmdLineParser& parser);
     void OpenLog();
     void OpenConfiguration();
+    [[nodiscard]] wxString TraceListOf(const wxConfigBase& config) const;
+    void ApplyTraceList(const wxString& modules);
 
     // script/: the Lua application. Each returns 0 to go on and anything else to stop; failures
     // have told standard error why.
@@ -147,6 +150,7 @@ class CAgentApp : public wxAppBase {
     void TellToStop(const Control& control);
     void DumpLua(const Control& control);
     void ReportReplyState(const Control& control);
+    void ReloadConfiguration(const Control& control);  // in host/
 
     // plugins/: the packages beside the program. None of it fails a start: what goes wrong stands
     // in the log and in the package's agent event.
@@ -195,6 +199,9 @@ class CAgentApp : public wxAppBase {
     bool m_bDefaultAppName = false;  // the application's name is exactly zelk_agent
     wxString m_strExtDir;            // value of the option extdir
     wxString m_strUnitTest;          // value of the option unittest, if accepted
+
+    // Likewise, but the script thread, which handles controls, owns it then.
+    wxString m_strIniTrace;  // the trace modules that the ini files have last named
 
     // Likewise, but the thread that runs Lua owns them then, and changes them.
     bool m_bBackground = false;            // run as a service

@@ -23,7 +23,7 @@ struct Module {
 
     const wxString name;
     std::atomic<bool> listed = false;  // by the last SetTraceModules
-    std::atomic<bool> added = false;   // by AddTraceModules
+    std::atomic<unsigned> added = 0;   // how often, by AddTraceModules
     std::atomic<Module*> next = nullptr;
 };
 
@@ -49,19 +49,21 @@ Module& GetModule(const wxString& name) ZELKA_REQUIRES(g_writers) {
     return *module;
 }
 
-void Mark(const wxString& modules, std::atomic<bool> Module::*mark) ZELKA_REQUIRES(g_writers) {
+template <class Change>
+void ForEach(const wxString& modules, const Change& change) ZELKA_REQUIRES(g_writers) {
     wxStringTokenizer names(modules, ",", wxTOKEN_STRTOK);
     while (names.HasMoreTokens()) {
         const wxString name = names.GetNextToken().Trim(true).Trim(false);
         if (!name.empty()) {
-            GetModule(name).*mark = true;
+            change(GetModule(name));
         }
     }
 }
 
-void Unmark(std::atomic<bool> Module::*mark) ZELKA_REQUIRES(g_writers) {
+template <class Change>
+void ForEach(const Change& change) ZELKA_REQUIRES(g_writers) {
     for (Module* module = g_modules; module != nullptr; module = module->next) {
-        module->*mark = false;
+        change(*module);
     }
 }
 
@@ -70,7 +72,7 @@ void Unmark(std::atomic<bool> Module::*mark) ZELKA_REQUIRES(g_writers) {
 bool LogTraceIsEnabled(const wxString& module) {
     const Module* found = FindModule(module);
     return found != nullptr && (found->listed.load(std::memory_order_relaxed) ||
-                                found->added.load(std::memory_order_relaxed));
+                                found->added.load(std::memory_order_relaxed) != 0);
 }
 
 void LogTrace(const wxString& module, const char* file, int line, const char* function,
@@ -85,18 +87,27 @@ void LogTrace(const wxString& module, const char* file, int line, const char* fu
 
 void SetTraceModules(const wxString& modules) {
     const MutexLock lock(g_writers);
-    Unmark(&Module::listed);
-    Mark(modules, &Module::listed);
+    ForEach([](Module& module) { module.listed = false; });
+    ForEach(modules, [](Module& module) { module.listed = true; });
 }
 
 void AddTraceModules(const wxString& modules) {
     const MutexLock lock(g_writers);
-    Mark(modules, &Module::added);
+    ForEach(modules, [](Module& module) { ++module.added; });
+}
+
+void RemoveTraceModules(const wxString& modules) {
+    const MutexLock lock(g_writers);
+    ForEach(modules, [](Module& module) {
+        if (module.added != 0) {
+            --module.added;
+        }
+    });
 }
 
 void ClearAddedTraceModules() {
     const MutexLock lock(g_writers);
-    Unmark(&Module::added);
+    ForEach([](Module& module) { module.added = 0; });
 }
 
 }  // namespace ZelkaCore

@@ -16,10 +16,12 @@ void LogTrace(const wxString& module, const char* file, int line, const char* fu
               const wxString& message);
 
 // The enabled modules are those named last by SetTraceModules together with all that
-// AddTraceModules has named since ClearAddedTraceModules. `modules` is a list of names separated by
-// commas; blanks around a name do not count.
+// AddTraceModules has named since ClearAddedTraceModules. RemoveTraceModules takes one
+// AddTraceModules of the same modules back: what was added more often stays. `modules` is a list of
+// names separated by commas; blanks around a name do not count.
 void SetTraceModules(const wxString& modules);
 void AddTraceModules(const wxString& modules);
+void RemoveTraceModules(const wxString& modules);
 void ClearAddedTraceModules();
 
 }  // namespace ZelkaCore

@@ -1,4 +1,5 @@
-// The instance's log and configuration: ini files, and the options that go with them.
+// The instance's log and configuration: ini files, read at the start and anew when a service is
+// told to, and the options that go with them.
 
 #include <wx/cmdline.h>
 #include <wx/filename.h>
@@ -8,6 +9,7 @@
 
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/log_file.h"
+#include "zelka_core/log/trace.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/store/ini_files.h"
 #include "zelka_core/store/sqlite_database.h"
@@ -87,14 +89,11 @@ void CAgentApp::OpenConfiguration() {
     wxFileConfig* config = ZelkaCore::OpenIniFiles(IniFilesOf(*m_pDom)).release();
     wxConfigBase::Set(config);
 
-    const wxString traceList = m_bDefaultAppName
-                                   ? config->Read("Trace", kDefaultTrace)
-                                   : config->Read(GetAppName() + ".Trace", wxEmptyString);
     wxString fipsMode;
     if (config->Read("FIPSMode", &fipsMode)) {
         (void)m_pDom->SetWx("app.fipsmode", fipsMode);
     }
-    (void)m_pDom->SetWx("app.trace+", traceList);
+    ApplyTraceList(TraceListOf(*config));
     (void)m_pDom->Set("app.fulldump", config->ReadLong("DumpLevel", 0) != 0);
 
     wxString name;
@@ -107,4 +106,30 @@ void CAgentApp::OpenConfiguration() {
         }
     }
     ZelkaCore::CSqliteDatabase::InitializeSQLite(*m_pDom);
+}
+
+wxString CAgentApp::TraceListOf(const wxConfigBase& config) const {
+    return m_bDefaultAppName ? config.Read("Trace", kDefaultTrace)
+                             : config.Read(GetAppName() + ".Trace", wxEmptyString);
+}
+
+// Modules that something else has added as well stay.
+void CAgentApp::ApplyTraceList(const wxString& modules) {
+    ZelkaCore::RemoveTraceModules(m_strIniTrace);
+    m_strIniTrace = modules;
+    (void)m_pDom->SetWx("app.trace+", modules);
+}
+
+// On the script thread. The framework's own configuration object is the main thread's and stays as
+// it is.
+void CAgentApp::ReloadConfiguration(const Control&) {
+    const ZelkaCore::IniPaths paths = IniFilesOf(*m_pDom);
+    wxString problem;
+    if (!ZelkaCore::CheckIniFiles(paths, problem)) {
+        wxLogError("The configuration stays as it is: %s", problem);
+        return;
+    }
+    ApplyTraceList(TraceListOf(*ZelkaCore::OpenIniFiles(paths)));
+    wxLogVerbose("The configuration was read anew");
+    (void)m_pDom->ConditionRaise("app.configChanged");
 }

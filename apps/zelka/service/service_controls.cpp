@@ -18,6 +18,7 @@ std::span<const CAgentApp::Control> CAgentApp::Controls() {
         Control{{SERVICE_CONTROL_STOP, 0, false}, &App::TellToStop},
         Control{{SERVICE_CONTROL_SHUTDOWN, 0, false}, &App::TellToStop},
         Control{{SERVICE_CONTROL_INTERROGATE, 0, true}, &App::ReportReplyState},
+        Control{{SERVICE_CONTROL_PARAMCHANGE, 0, true}, &App::ReloadConfiguration},
         Control{{SERVICE_CONTROL_DEVICEEVENT, 0, false}, nullptr},
         Control{{SERVICE_CONTROL_HARDWAREPROFILECHANGE, 0, false}, nullptr},
         Control{{SERVICE_CONTROL_POWEREVENT, 0, false}, nullptr},

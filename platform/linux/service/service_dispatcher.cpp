@@ -19,6 +19,7 @@
 
 #include "platform/linux/service/service_policy.h"
 #include "platform/linux/service/service_reporter.h"
+#include "platform/linux/service/service_signals.h"
 #include "platform/linux/service/systemd.h"
 #include "platform/scoped_fd.h"
 #include "platform/service.h"
@@ -32,30 +33,6 @@ constexpr std::size_t kStackSize = 8'388'608;
 
 std::error_code Errno(std::errc code) {
     return std::make_error_code(code);
-}
-
-sigset_t ServiceSignals(const ServiceProfile& profile) {
-    sigset_t signals;
-    (void)sigemptyset(&signals);
-    (void)sigaddset(&signals, SIGTERM);
-    (void)sigaddset(&signals, SIGRTMIN);
-    for (const ServiceControl& row : profile.controls) {
-        (void)sigaddset(&signals, SIGRTMIN + row.signal);
-    }
-    return signals;
-}
-
-DWORD ControlOf(const signalfd_siginfo& signal, const ServiceProfile& profile) {
-    const int number = static_cast<int>(signal.ssi_signo);
-    if (number == SIGTERM) {
-        return IsSystemGoingDown() ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
-    }
-    for (const ServiceControl& row : profile.controls) {
-        if (row.signal != 0 && number == SIGRTMIN + row.signal) {
-            return row.control;
-        }
-    }
-    return static_cast<DWORD>(signal.ssi_int);
 }
 
 void LogUndelivered(ControlFate fate, DWORD control) {

@@ -1,6 +1,5 @@
 #include "platform/linux/output_pipe.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -8,32 +7,23 @@
 #include <array>
 #include <cerrno>
 
-#include "platform/error.h"
+#include "platform/linux/program_pipe.h"
 
 namespace {
 
-constexpr std::size_t kContentLimit = 1'048'576;
 constexpr std::size_t kReadSize = 65'536;  // what a pipe holds
 
 }  // namespace
 
-std::error_code OutputPipe::Open() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return LastSystemError();
-    }
-    m_reading.Reset(ends[0]);
-    const ScopedFd writing(ends[1]);
-    // Above the standard descriptors, which the program's are put on one after the other.
-    m_writing.Reset(fcntl(writing.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!m_writing.IsOpen() || fcntl(m_reading.Get(), F_SETFL, O_NONBLOCK) != 0) {
-        return LastSystemError();
-    }
-    return {};
+std::error_code OutputPipe::Open(std::size_t limit) {
+    m_limit = limit;
+    return OpenProgramPipe(PipeEnd::kWriting, m_reading, m_writing);
 }
 
 void OutputPipe::Take() {
-    (void)TakeAtMost(kReadSize);
+    if (m_reading.IsOpen()) {
+        (void)TakeAtMost(kReadSize);
+    }
 }
 
 void OutputPipe::TakeTheRest() {
@@ -62,7 +52,7 @@ std::size_t OutputPipe::TakeAtMost(std::size_t limit) {
         return 0;
     }
     const auto bytes = static_cast<std::size_t>(count);
-    const std::size_t kept = std::min(bytes, kContentLimit - output.content.size());
+    const std::size_t kept = std::min(bytes, m_limit - output.content.size());
     output.content.append(buffer.data(), kept);
     output.dropped += bytes - kept;
     return bytes;

@@ -10,7 +10,8 @@
 // limit is taken and dropped, so that the program never waits for a reader. One thread at a time.
 class OutputPipe {
   public:
-    [[nodiscard]] std::error_code Open();
+    // `limit` is how many bytes are kept.
+    [[nodiscard]] std::error_code Open(std::size_t limit);
 
     // The end to wait for with poll; -1 once the other is closed everywhere.
     [[nodiscard]] int Reading() const { return m_reading.Get(); }
@@ -28,6 +29,7 @@ class OutputPipe {
   private:
     std::size_t TakeAtMost(std::size_t limit);
 
+    std::size_t m_limit = 0;
     ScopedFd m_reading;
     ScopedFd m_writing;
 };

@@ -18,7 +18,8 @@ constexpr const char* kShell = "/bin/sh";
 std::error_code StartShell(pid_t& pid, const std::string& command, int input, int output) {
     SpawnSettings settings;
     const auto error = settings.UseDescriptors(input, output, STDERR_FILENO);
-    return error ? error : settings.Start(pid, kShell, {"-c", command});
+    std::vector<std::string> arguments{kShell, "-c", command};
+    return error ? error : settings.Start(pid, kShell, PointersTo(arguments), environ);
 }
 
 // Leaves SIGINT and SIGQUIT to the command that a terminal sends them to as well.

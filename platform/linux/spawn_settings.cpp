@@ -40,24 +40,37 @@ std::error_code SpawnSettings::UseDescriptors(int input, int output, int errors)
     return ErrorOf(*std::max_element(codes.begin(), codes.end()));
 }
 
-std::error_code SpawnSettings::Start(pid_t& pid, const std::string& program,
-                                     std::vector<std::string> arguments) {
+std::error_code SpawnSettings::UseFolder(int folder) {
+    return ErrorOf(posix_spawn_file_actions_addfchdir_np(&m_actions, folder));
+}
+
+std::error_code SpawnSettings::UseOwnGroup() {
+    m_flags |= POSIX_SPAWN_SETPGROUP;
+    return ErrorOf(posix_spawnattr_setpgroup(&m_attributes, 0));
+}
+
+std::error_code SpawnSettings::Start(pid_t& pid, const std::string& path,
+                                     const std::vector<char*>& arguments,
+                                     char* const* environment) {
     sigset_t none;
     sigset_t all;
     (void)sigemptyset(&none);
     (void)sigfillset(&all);
     (void)posix_spawnattr_setsigmask(&m_attributes, &none);
     (void)posix_spawnattr_setsigdefault(&m_attributes, &all);
-    if (const int code = posix_spawnattr_setflags(&m_attributes,
-                                                  POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF)) {
+    if (const int code = posix_spawnattr_setflags(&m_attributes, m_flags)) {
         return ErrorOf(code);
     }
-    std::string name = program;
-    std::vector<char*> argv{name.data()};
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
     return ErrorOf(
-        posix_spawn(&pid, program.c_str(), &m_actions, &m_attributes, argv.data(), environ));
+        posix_spawn(&pid, path.c_str(), &m_actions, &m_attributes, arguments.data(), environment));
+}
+
+std::vector<char*> PointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
 }

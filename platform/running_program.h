@@ -62,7 +62,7 @@ class RunningProgram {
     [[nodiscard]] virtual std::error_code Kill() = 0;
 
     // Collects a program that has ended, with what lies in its pipes, and not what somebody that it
-    // has left behind may go on writing. EAGAIN while it runs.
+    // has left behind may go on writing. Nothing is open then. EAGAIN while it runs.
     [[nodiscard]] virtual std::error_code Collect(ProgramEnd& end) = 0;
 
   protected:

@@ -28,17 +28,16 @@ void OutputPipe::Take() {
 
 void OutputPipe::TakeTheRest() {
     int pending = 0;
-    if (!m_reading.IsOpen() || ioctl(m_reading.Get(), FIONREAD, &pending) != 0) {
-        return;
+    if (m_reading.IsOpen() && ioctl(m_reading.Get(), FIONREAD, &pending) != 0) {
+        pending = 0;
     }
     auto left = static_cast<std::size_t>(std::max(pending, 0));
-    while (left > 0) {
-        const std::size_t taken = TakeAtMost(left);
-        if (taken == 0) {
-            return;
-        }
+    std::size_t taken = 1;
+    while (left > 0 && taken > 0) {
+        taken = TakeAtMost(left);
         left -= taken;
     }
+    m_reading.Reset();
 }
 
 // Closes the pipe at its end. The number of bytes taken, 0 also when there is nothing now.

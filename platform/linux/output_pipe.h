@@ -21,7 +21,7 @@ class OutputPipe {
 
     // Takes some of what is there, without waiting.
     void Take();
-    // Takes what lies in the pipe now, and not what somebody may go on writing.
+    // Takes what lies in the pipe now, and not what somebody may go on writing. Closes the pipe.
     void TakeTheRest();
 
     ProgramOutput output;  // what came through

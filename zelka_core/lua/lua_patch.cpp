@@ -8,6 +8,7 @@
 #include "zelka_core/lua/lua_children.h"
 #include "zelka_core/lua/lua_config.h"
 #include "zelka_core/lua/lua_coroutines.h"
+#include "zelka_core/lua/lua_process.h"
 
 namespace ZelkaCore {
 
@@ -51,6 +52,7 @@ int LuaPatchForWin::LuaPatch(lua_State* L) {
     SetField(L, "os", "setlocale", SetLocale);
     PatchChildren(L);
     PreloadConfig(L);
+    PreloadProcess(L);
     return 0;
 }
 

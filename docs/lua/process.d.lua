@@ -6,10 +6,11 @@
 local process = {}
 
 ---What is run, and how. At least the program has to be named; no other field is known. No string but
----`input` may contain a null byte.
+---`input` may contain a null byte. A program with a slash is a path, from `cwd` on; without one it is
+---looked for in the variable PATH: in that of `env` if it has one, else in the agent's.
 ---@class ProcessOptions
----@field [integer] string  the program and its arguments, from 1 on. A program with a slash is a path, from `cwd` on; without one it is looked for in the variable PATH: that of `env` if it has one, else the agent's
----@field timeout? integer  milliseconds after which the program is killed with its process group; without limit if left out
+---@field [integer] string  the program and its arguments, from 1 on
+---@field timeout? integer  milliseconds until it is killed with its process group; no limit if left out
 ---@field input? string  what the program reads from its standard input, which then ends; empty if left out
 ---@field limit? integer  how many bytes are kept of each of `out` and `err`; 1 MiB if left out
 ---@field env? table<string, string>  the whole environment; the agent's if left out

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <chrono>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -92,6 +93,11 @@ struct ServiceProfile {
 // there. To be called first in main(), as threads inherit the setting. In a process that no service
 // manager started only the profile is kept.
 void BlockServiceSignals(ServiceProfile profile);
+
+// How often the service manager wants to hear that the service is alive, at least; 0: not at all. And
+// tells it so. Any thread.
+[[nodiscard]] std::chrono::microseconds WatchdogInterval();
+void FeedWatchdog();
 
 // Whether a service manager has started this process.
 [[nodiscard]] bool IsStartedByManager();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "apps/zelka/published_pointer.h"
+#include "apps/zelka/watcher/stall_watch.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
@@ -78,6 +79,10 @@ class CAgentApp : public wxAppBase {
     // milliseconds. A failure is logged.
     void SetServiceStatus(unsigned state, unsigned exitCode, unsigned checkPoint,
                           unsigned waitHint);
+
+    // Once a second, on the main thread: looks for a stall of the application, and tells the service
+    // manager that there is none.
+    void OnTick();
 
     // Ends the main loop with `result`, also before it has begun. From any thread.
     void EndMainLoop(int result);
@@ -191,6 +196,7 @@ class CAgentApp : public wxAppBase {
     std::unique_ptr<ClockChangeWatch> m_clockWatch;  // while the main loop runs
     std::unique_ptr<StopSignals> m_stopSignals;      // likewise, unless the run is a service
     bool m_bHoldsStopSignals = false;
+    StallWatch m_stallWatch;
     std::exception_ptr m_storedException;            // on its way out of the main loop
     bool m_bExceptionReported = false;               // in the log, by OnExceptionInMainLoop
 

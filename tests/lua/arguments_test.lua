@@ -16,9 +16,11 @@ local refused = {
         timeout_ms = { {}, { "0" }, { 0.5 }, { -2 } },
         condition = { { 0, "" } },
         handle = { { 0, 0.5 } },
-        [2] = { { 0, nil, n = 2 } },
+        [2] = { { 0, nil, n = 2 }, { 0, {} }, { 0, { pollfd = function() return -1 end } },
+                { 0, { pollfd = function() return 0 end, timeout = function() return "x" end } } },
         [3] = { { 0, "x", true } },
     },
+    StopRequested = {},
     EventSet = { handle = { {}, { "1" }, { 1.5 } } },
     GetPluginFile = {
         plugin = { {}, { "../x", "y" } },

@@ -77,12 +77,7 @@ function TestConditions:testAllCoroutinesSeeARaiseOnce()
     expectWaits({}, { { false, "a" } })
 end
 
-function TestConditions:testUnknownHandlesAndTooManyAreToldAndHarmNothing()
-    local handles = {}
-    for i = 1, 64 do
-        handles[i] = i
-    end
-    lu.assertErrorMsgContains("at most 63 events", dom.Wait, dom, 0, table.unpack(handles))
+function TestConditions:testUnknownHandlesAreToldAndHarmNothing()
     for _, handle in ipairs { 0, -1, 999999, 2 ^ 62 } do
         lu.assertIsFalse(dom:EventSet(handle))
         lu.assertErrorMsgContains("not that of an open event", dom.Wait, dom, -1, handle)

@@ -1,5 +1,6 @@
 #include <wx/log.h>
 
+#include <chrono>
 #include <cstdio>
 #include <lua.hpp>
 #include <string>
@@ -7,7 +8,9 @@
 #include "zelka_core/log/log_text.h"
 #include "zelka_core/lua/dom_lua.h"
 #include "zelka_core/lua/lua_coroutines.h"
+#include "zelka_core/lua/lua_dump.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -34,6 +37,11 @@ const char* StatusOf(lua_State* L, lua_State* thread) {
     if (thread == waiting) {
         return "waiting";
     }
+    const CTaskScheduler* scheduler = interpreter != nullptr ? interpreter->SchedulerIfAny() : nullptr;
+    if (scheduler != nullptr && thread != L &&
+        (thread == scheduler->Outside() || scheduler->IsParked(L, thread))) {
+        return "waiting";
+    }
     lua_Debug frame;
     if (thread == L && waiting == nullptr) {
         return lua_getstack(L, 1, &frame) ? "running" : "idle";  // level 0 is the dump itself
@@ -45,18 +53,6 @@ const char* StatusOf(lua_State* L, lua_State* thread) {
         return "normal";
     }
     return lua_status(thread) == LUA_OK && lua_gettop(thread) > 0 ? "not started" : "dead";
-}
-
-// The innermost place in Lua code where the thread is.
-std::string PlaceOf(lua_State* thread) {
-    lua_Debug frame;
-    for (int level = 0; lua_getstack(thread, level, &frame); ++level) {
-        lua_getinfo(thread, "Sl", &frame);
-        if (frame.currentline > 0) {
-            return std::string(frame.short_src) + ":" + std::to_string(frame.currentline);
-        }
-    }
-    return "outside Lua code";
 }
 
 // Where a level of a traceback is, as Lua's own tracebacks have it.
@@ -98,6 +94,19 @@ int CountFrames(lua_State* thread, int from) {
     return from;
 }
 
+}  // namespace
+
+std::string PlaceOf(lua_State* thread) {
+    lua_Debug frame;
+    for (int level = 0; lua_getstack(thread, level, &frame); ++level) {
+        lua_getinfo(thread, "Sl", &frame);
+        if (frame.currentline > 0) {
+            return std::string(frame.short_src) + ":" + std::to_string(frame.currentline);
+        }
+    }
+    return "outside Lua code";
+}
+
 std::string ShowTraceback(lua_State* thread, int level) {
     std::string text = "stack traceback:";
     const int frames = CountFrames(thread, level);
@@ -114,6 +123,8 @@ std::string ShowTraceback(lua_State* thread, int level) {
     }
     return text;
 }
+
+namespace {
 
 // What tostring would say, without calling into a script's metamethods, cut to a line.
 std::string ShowValue(lua_State* L, int index) {
@@ -157,19 +168,55 @@ std::string ShowLocals(lua_State* thread) {
     return text;
 }
 
-void DumpThread(lua_State* L, lua_State* thread, const std::string& name,
-                const DumpOptions& options) {
-    if (thread == nullptr || !lua_checkstack(thread, 1)) {
-        return;
-    }
-    std::string text = "Lua thread " + name + ": " + StatusOf(L, thread) + " at " + PlaceOf(thread);
+std::string ShowStack(lua_State* L, lua_State* thread, const DumpOptions& options) {
+    std::string text;
     if (options.tracebacks) {
         text += "\n" + ShowTraceback(thread, thread == L ? 1 : 0);  // not the dump itself
     }
     if (options.locals) {
         text += "\n" + ShowLocals(thread);
     }
+    return text;
+}
+
+void DumpThread(lua_State* L, lua_State* thread, const std::string& name,
+                const DumpOptions& options) {
+    if (thread == nullptr || !lua_checkstack(thread, 1)) {
+        return;
+    }
+    const std::string text = "Lua thread " + name + ": " + StatusOf(L, thread) + " at " +
+                             PlaceOf(thread) + ShowStack(L, thread, options);
     wxLogVerbose("%s", FromUtf8(text));
+}
+
+// A task with the coroutines inside it that wait.
+void DumpTask(lua_State* L, const Task& task, const DumpOptions& options) {
+    lua_State* const innermost = task.parked.empty() ? task.thread : task.parked.front();
+    if (!lua_checkstack(task.thread, 1) || !lua_checkstack(innermost, 1)) {
+        return;
+    }
+    const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(Task::Clock::now() -
+                                                                             task.since);
+    std::string text = "Lua task " + task.name + ": " + NameOf(task.status);
+    if (task.status == Task::Status::kWaiting) {
+        text += " for " + (task.result ? "its turn" : Describe(task));
+    }
+    text += " since " + std::to_string(since.count()) + " ms at " + PlaceOf(innermost);
+    for (lua_State* thread : task.parked) {
+        text += ShowStack(L, thread, options);
+    }
+    text += ShowStack(L, task.thread, options);
+    wxLogVerbose("%s", FromUtf8(text));
+}
+
+void DumpTasks(lua_State* L, const DumpOptions& options) {
+    CTaskScheduler::PushTasks(L);
+    for (lua_pushnil(L); lua_next(L, -2) != 0; lua_pop(L, 1)) {
+        if (const Task* task = Task::At(L, -1)) {
+            DumpTask(L, *task, options);
+        }
+    }
+    lua_pop(L, 1);
 }
 
 void DumpThreads(lua_State* L, const DumpOptions& options) {
@@ -205,6 +252,7 @@ int Dump(lua_State* L) {
         DumpThread(L, thread, "asked for", options);
     } else {
         DumpThreads(L, options);
+        DumpTasks(L, options);
     }
     if (options.variables) {
         DumpVariables(call.dom);

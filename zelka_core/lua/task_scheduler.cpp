@@ -9,7 +9,6 @@
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
-#include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -31,6 +30,15 @@ std::string ErrorText(lua_State* L) {
         return error;
     }
     return std::string("(error object is a ") + luaL_typename(L, -1) + " value)";
+}
+
+// What a service, and an application that knows no `app.stop`, waits for.
+void SetStopEvent(const CDom& dom) {
+    if (const auto event = dom.Find("app.windows.service.stopEvent")) {
+        if (const auto* handle = std::get_if<std::int64_t>(&*event)) {
+            (void)SetEvent(static_cast<HANDLE>(*handle));  // if it is still open
+        }
+    }
 }
 
 void SetTask(lua_State* L, lua_State* thread, int value) {
@@ -278,6 +286,7 @@ void CTaskScheduler::ReportFailure(lua_State* L, Task& task) {
         wxLogError("The run ends, as task '%s' is essential", FromUtf8(task.name));
         m_essentialFailed = true;
         m_dom.RequestStop();
+        SetStopEvent(m_dom);
     }
 }
 
@@ -285,12 +294,9 @@ void CTaskScheduler::Report(const std::string& name, const std::string& error,
                             const std::string& traceback) {
     wxLogError("Task '%s' has failed: %s\n%s", FromUtf8(name), FromUtf8(error),
                FromUtf8(traceback));
-    CAgentEvent event;
-    event.SetEventCode(kTaskFailed);
-    event.SetSeverity(CAgentEvent::SeverityError);
-    event.SetJTime(TimeNowMillis());
-    event.SetTime(static_cast<int>(event.GetJTime() / 1000));
-    event.SetData(FromUtf8("task|" + name + "|" + error.substr(0, kErrorShown)));
+    CAgentEvent event =
+        CAgentEvent::Now(kTaskFailed, CAgentEvent::SeverityError,
+                         FromUtf8("task|" + name + "|" + error.substr(0, kErrorShown)));
     m_dom.AgentEventWrite(event);
 }
 

@@ -5,6 +5,8 @@
 #include <array>
 #include <utility>
 
+#include "zelka_core/system/clocks.h"
+
 namespace ZelkaCore {
 
 namespace {
@@ -45,6 +47,16 @@ std::optional<CAgentEvent::_EventSeverity> CAgentEvent::SeverityFromName(const s
         }
     }
     return std::nullopt;
+}
+
+CAgentEvent CAgentEvent::Now(int code, _EventSeverity severity, const wxString& data) {
+    CAgentEvent event;
+    event.SetEventCode(code);
+    event.SetSeverity(severity);
+    event.SetJTime(TimeNowMillis());
+    event.SetTime(static_cast<int>(event.GetJTime() / 1000));
+    event.SetData(data);
+    return event;
 }
 
 }  // namespace ZelkaCore

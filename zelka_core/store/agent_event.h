@@ -59,6 +59,9 @@ class CAgentEvent {
     void SetData(const wxString& data) { m_data = data; }
     [[nodiscard]] const wxString& GetData() const { return m_data; }
 
+    // Something that happens now, of that severity.
+    static CAgentEvent Now(int code, _EventSeverity severity, const wxString& data);
+
   private:
     int m_code = 0;
     _EventSeverity m_severity = SeverityInfo;

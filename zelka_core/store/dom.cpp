@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "platform/events.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_database.h"
 #include "zelka_core/text.h"
@@ -148,11 +147,6 @@ std::vector<std::string> CDom::Names(const std::string& prefix) const {
 void CDom::RequestStop() {
     if (!m_stopRequested.exchange(true)) {
         (void)m_conditions.Raise("app.stop", true);
-        if (const auto event = Find("app.windows.service.stopEvent")) {
-            if (const auto* handle = std::get_if<std::int64_t>(&*event)) {
-                (void)SetEvent(static_cast<HANDLE>(*handle));  // if it is still open
-            }
-        }
     }
 }
 

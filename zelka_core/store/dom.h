@@ -78,8 +78,7 @@ class CDom {
     [[nodiscard]] CConditions& Conditions() { return m_conditions; }
 
     // Asks the application to end: from now on StopRequested is true, and the condition `app.stop`
-    // is raised for good; so is the event that `app.windows.service.stopEvent` names, if there
-    // is one. Asking again changes nothing.
+    // is raised for good. Asking again changes nothing.
     void RequestStop();
     [[nodiscard]] bool StopRequested() const { return m_stopRequested; }
 

@@ -94,6 +94,10 @@ void CAgentApp::OpenConfiguration() {
         (void)m_pDom->SetWx("app.fipsmode", fipsMode);
     }
     ApplyTraceList(TraceListOf(*config));
+    long stallLimit = 0;
+    if (!m_pDom->Find("app.lua.stallLimit") && config->Read("StallLimit", &stallLimit)) {
+        (void)m_pDom->Set("app.lua.stallLimit", std::int64_t{stallLimit});
+    }
     (void)m_pDom->Set("app.fulldump", config->ReadLong("DumpLevel", 0) != 0);
 
     wxString name;

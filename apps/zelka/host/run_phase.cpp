@@ -3,6 +3,8 @@
 #include <wx/evtloop.h>
 #include <wx/log.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 #include "apps/zelka/host/script_thread.h"
@@ -13,6 +15,7 @@
 #include "platform/process_setup.h"
 #include "platform/service.h"
 #include "platform/stop_signals.h"
+#include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
@@ -26,6 +29,12 @@ constexpr unsigned int kNormalPriority = 50;  // of 0 to 100
 
 // What loop, timers and watchers open, with some left for the application's first steps.
 constexpr std::size_t kDescriptorsNeeded = 16;
+
+// Shorter than a second only where the service manager wants to hear of the service that often.
+int TickInterval() {
+    const auto half = std::chrono::ceil<std::chrono::milliseconds>(WatchdogInterval() / 2).count();
+    return half == 0 ? kTimerInterval : static_cast<int>(std::min<long>(half, kTimerInterval));
+}
 
 }  // namespace
 
@@ -49,7 +58,7 @@ int CAgentApp::OnRun() {
     SetTopWindow(frame);
     (void)frame->Show(false);
     SetExitOnFrameDelete(!m_bBackground);
-    (void)frame->Timer().Start(kTimerInterval, false);
+    (void)frame->Timer().Start(TickInterval(), false);
 
     CScriptThread script;
     (void)script.SetDom(m_pDom);
@@ -63,6 +72,13 @@ int CAgentApp::OnRun() {
     (void)script.join();
     RethrowStoredException();  // a loop of newer frameworks only ends; older ones have done it
     return result;
+}
+
+void CAgentApp::OnTick() {
+    ZelkaCore::CLuaInterpreter* lua = m_pLua.Get();
+    if (lua == nullptr || !m_stallWatch.Look(*lua, *m_pDom)) {
+        FeedWatchdog();
+    }
 }
 
 // No thread but the main one touches the loop: it runs the call itself. A result that comes before

@@ -171,8 +171,10 @@ void CAgentApp::TakeHardening() {
 // The way out of a service that ran: the application's shutdown, whose result is the exit code.
 unsigned CAgentApp::StopService() {
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() SERVICE_STOP_PENDING");
-    const auto patience = static_cast<unsigned>(m_pLua->Scheduler(*m_pDom).Patience().count());
-    SetServiceStatus(SERVICE_STOP_PENDING, 0, 1, kStopWaitHint + 2 * patience);
+    const ZelkaCore::CTaskScheduler& tasks = m_pLua->Scheduler(*m_pDom);
+    const auto patience = static_cast<unsigned>(tasks.Patience().count());
+    SetServiceStatus(SERVICE_STOP_PENDING, 0, 1,
+                     tasks.Living() == 0 ? kStopWaitHint : kStopWaitHint + 2 * patience);
     EndTasks();
     (void)m_pDom->SetNil("app.windows.service.stopEvent");
     (void)CloseHandle(m_hStopEvent.exchange(INVALID_HANDLE_VALUE));

@@ -88,3 +88,15 @@ ServiceReporter& TheServiceReporter() {
     static auto* reporter = new ServiceReporter;
     return *reporter;
 }
+
+std::chrono::microseconds WatchdogInterval() {
+    std::uint64_t interval = 0;
+    return std::chrono::microseconds(sd_watchdog_enabled(0, &interval) > 0 ? interval : 0);
+}
+
+void FeedWatchdog() {
+    static const bool isWanted = WatchdogInterval().count() != 0;
+    if (isWanted) {
+        (void)sd_notify(0, "WATCHDOG=1");
+    }
+}

@@ -36,8 +36,8 @@ inline constexpr std::size_t MAXIMUM_WAIT_OBJECTS = 64;
 [[nodiscard]] std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles,
                                                      DWORD timeoutMs, DWORD& answer);
 
-// An event behind its handle, for a wait together with other things (poller.h): it can be waited for
-// as long as somebody keeps it, also after its handle is closed.
+// An event behind its handle, for a wait together with other things (poller.h): it can be waited
+// for as long as somebody keeps it, also after its handle is closed.
 class Event;
 using EventPtr = std::shared_ptr<Event>;
 

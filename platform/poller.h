@@ -8,8 +8,8 @@
 
 #include "platform/scoped_fd.h"
 
-// Waits for many descriptors at once, at a cost that grows with those that are ready. For one thread
-// at a time, but for Wake.
+// Waits for many descriptors at once, at a cost that grows with those that are ready. For one
+// thread at a time, but for Wake.
 class Poller {
   public:
     using Clock = std::chrono::steady_clock;

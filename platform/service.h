@@ -1,7 +1,7 @@
 #pragma once
 
-#include <cstdint>
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -94,8 +94,8 @@ struct ServiceProfile {
 // manager started only the profile is kept.
 void BlockServiceSignals(ServiceProfile profile);
 
-// How often the service manager wants to hear that the service is alive, at least; 0: not at all. And
-// tells it so. Any thread.
+// How often the service manager wants to hear that the service is alive, at least; 0: not at all.
+// And tells it so. Any thread.
 [[nodiscard]] std::chrono::microseconds WatchdogInterval();
 void FeedWatchdog();
 

@@ -80,8 +80,8 @@ class CAgentApp : public wxAppBase {
     void SetServiceStatus(unsigned state, unsigned exitCode, unsigned checkPoint,
                           unsigned waitHint);
 
-    // Once a second, on the main thread: looks for a stall of the application, and tells the service
-    // manager that there is none.
+    // Once a second, on the main thread: looks for a stall of the application, and tells the
+    // service manager that there is none.
     void OnTick();
 
     // Ends the main loop with `result`, also before it has begun. From any thread.
@@ -197,8 +197,8 @@ class CAgentApp : public wxAppBase {
     std::unique_ptr<StopSignals> m_stopSignals;      // likewise, unless the run is a service
     bool m_bHoldsStopSignals = false;
     StallWatch m_stallWatch;
-    std::exception_ptr m_storedException;            // on its way out of the main loop
-    bool m_bExceptionReported = false;               // in the log, by OnExceptionInMainLoop
+    std::exception_ptr m_storedException;  // on its way out of the main loop
+    bool m_bExceptionReported = false;     // in the log, by OnExceptionInMainLoop
 
     // The main thread's until the script thread starts, which reads them; constant from then on.
     bool m_bInstallPlugins = false;  // the switch install_plugins was given

@@ -76,8 +76,8 @@ std::error_code Poller::Arm(int descriptor, unsigned events) {
 }
 
 unsigned Poller::FromPoll(std::int64_t numbers) {
-    return ((numbers & POLLIN) != 0 ? kReadable : 0U) | ((numbers & POLLOUT) != 0 ? kWritable : 0U) |
-           ((numbers & POLLPRI) != 0 ? kUrgent : 0U);
+    return ((numbers & POLLIN) != 0 ? kReadable : 0U) |
+           ((numbers & POLLOUT) != 0 ? kWritable : 0U) | ((numbers & POLLPRI) != 0 ? kUrgent : 0U);
 }
 
 bool Poller::IsReady(int descriptor, unsigned events) {

@@ -6,12 +6,12 @@ namespace ZelkaCore {
 
 class CSignal;
 
-// The member of `dom` by which scripts wait. In a task it suspends that task; elsewhere the tasks run
-// meanwhile.
+// The member of `dom` by which scripts wait. In a task it suspends that task; elsewhere the tasks
+// run meanwhile.
 int Wait(lua_State* L);
 
-// Registers the class of signals, which scripts can wait for as well, in a state, with the metatable
-// on top of the stack, which it takes.
+// Registers the class of signals, which scripts can wait for as well, in a state, with the
+// metatable on top of the stack, which it takes.
 void RegisterSignalClass(lua_State* L);
 
 // Makes a signal in a new userdata on top of the stack. May raise a Lua error.

@@ -37,7 +37,8 @@ const char* StatusOf(lua_State* L, lua_State* thread) {
     if (thread == waiting) {
         return "waiting";
     }
-    const CTaskScheduler* scheduler = interpreter != nullptr ? interpreter->SchedulerIfAny() : nullptr;
+    const CTaskScheduler* scheduler =
+        interpreter != nullptr ? interpreter->SchedulerIfAny() : nullptr;
     if (scheduler != nullptr && thread != L &&
         (thread == scheduler->Outside() || scheduler->IsParked(L, thread))) {
         return "waiting";
@@ -195,8 +196,8 @@ void DumpTask(lua_State* L, const Task& task, const DumpOptions& options) {
     if (!lua_checkstack(task.thread, 1) || !lua_checkstack(innermost, 1)) {
         return;
     }
-    const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(Task::Clock::now() -
-                                                                             task.since);
+    const auto since =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Task::Clock::now() - task.since);
     std::string text = "Lua task " + task.name + ": " + NameOf(task.status);
     if (task.status == Task::Status::kWaiting) {
         text += " for " + (task.result ? "its turn" : Describe(task));

@@ -14,7 +14,8 @@ class LuaPatchForWin {
     //   os.setlocale                      knows the locale "C" alone, which is in force: the text
     //                                     settings belong to the whole process
     //   os.execute, io.popen              behave as ever; see lua_children.h
-    //   package.preload                   has the native parts of the modules `config` and `process`
+    //   package.preload                   has the native parts of the modules `config` and
+    //   `process`
     // Returns 0; may raise a Lua error.
     static int LuaPatch(lua_State* L);
 };

@@ -18,7 +18,7 @@ class LuaStretch {
       public:
         explicit Scope(LuaStretch& stretch) : m_stretch(stretch), m_depth(stretch.m_depth++) {
             if (m_depth == 0) {
-                m_stretch.Begin();
+                (void)m_stretch.Begin();
             }
         }
         ~Scope() {
@@ -35,7 +35,12 @@ class LuaStretch {
         const unsigned m_depth;
     };
 
-    void Begin() { m_since.store(Clock::now().time_since_epoch().count(), kOrder); }
+    // Returns the time.
+    Clock::time_point Begin() {
+        const auto now = Clock::now();
+        m_since.store(now.time_since_epoch().count(), kOrder);
+        return now;
+    }
     void End() { m_since.store(0, kOrder); }
 
     // When the stretch that goes on has begun: one number, as another one begins at another time. 0
@@ -49,7 +54,8 @@ class LuaStretch {
     // Its length so far; 0 if none goes on.
     [[nodiscard]] Clock::duration Length() const {
         const Clock::rep since = Since();
-        return since == 0 ? Clock::duration() : Clock::now().time_since_epoch() - Clock::duration(since);
+        return since == 0 ? Clock::duration()
+                          : Clock::now().time_since_epoch() - Clock::duration(since);
     }
 
   private:

@@ -138,8 +138,8 @@ int Results(const TaskCall& call) {
     return count + 1;
 }
 
-// signal(): a new signal, to be waited for; fire(signal, count): wakes so many of its waiters, all if
-// `count` is infinite.
+// signal(): a new signal, to be waited for; fire(signal, count): wakes so many of its waiters, all
+// if `count` is infinite.
 int NewSignal(const TaskCall& call) {
     (void)MakeSignal(call.L);
     return 1;
@@ -174,7 +174,8 @@ int Remember(const TaskCall& call) {
 // A handle's field: its name, or a method of the table in the upvalue.
 int Index(lua_State* L) {
     const Task* task = Task::At(L, 1);
-    if (task != nullptr && lua_type(L, 2) == LUA_TSTRING && std::string("name") == lua_tostring(L, 2)) {
+    if (task != nullptr && lua_type(L, 2) == LUA_TSTRING &&
+        std::string("name") == lua_tostring(L, 2)) {
         PushText(L, task->name);
     } else {
         lua_settop(L, 2);

@@ -48,9 +48,9 @@ void Task::RegisterClass(lua_State* L) {
     lua_setfield(L, LUA_REGISTRYINDEX, kClass);
 }
 
-void Task::SetStatus(Status newStatus) {
+void Task::SetStatus(Status newStatus, Clock::time_point now) {
     status = newStatus;
-    since = Clock::now();
+    since = now;
 }
 
 void Task::Push(lua_State* L) const {

@@ -26,8 +26,8 @@ class Task : public TaskLooks, public CWait {
     using Clock = std::chrono::steady_clock;
     enum class Status { kReady, kRunning, kWaiting, kDone, kFailed, kCancelled };
 
-    // Makes a task in a new userdata on top of the stack of `L`. `thread` is to have its function and
-    // the arguments on its stack. May raise a Lua error.
+    // Makes a task in a new userdata on top of the stack of `L`. `thread` is to have its function
+    // and the arguments on its stack. May raise a Lua error.
     static Task& Make(lua_State* L, CTaskScheduler& scheduler, lua_State* thread,
                       const std::string& name, bool essential);
 
@@ -42,7 +42,7 @@ class Task : public TaskLooks, public CWait {
     ~Task() override;
 
     [[nodiscard]] bool IsLiving() const { return status <= Status::kWaiting; }
-    void SetStatus(Status newStatus);
+    void SetStatus(Status newStatus, Clock::time_point now = Clock::now());
 
     // Pushes the handle of a task that has not ended.
     void Push(lua_State* L) const;
@@ -54,14 +54,14 @@ class Task : public TaskLooks, public CWait {
     const bool isEssential;  // if it fails, the run ends
 
     Status status = Status::kReady;
-    bool isCancelled = false;  // its waits raise an error from now on
-    bool isEnded = false;      // it is made to end, as it does not end by itself
-    bool isQueued = false;     // among those that the scheduler looks at next
-    int arguments = 0;         // how many the next resume hands over
-    Clock::time_point since = Clock::now();      // when it came into its status
-    std::optional<WaitResult> result;            // of the wait from which it goes on next
-    std::vector<lua_State*> parked;              // its coroutines that wait, the innermost first
-    CSignal* ended = nullptr;                    // for those who wait for it; beside the handle
+    bool isCancelled = false;                // its waits raise an error from now on
+    bool isEnded = false;                    // it is made to end, as it does not end by itself
+    bool isQueued = false;                   // among those that the scheduler looks at next
+    int arguments = 0;                       // how many the next resume hands over
+    Clock::time_point since = Clock::now();  // when it came into its status
+    std::optional<WaitResult> result;        // of the wait from which it goes on next
+    std::vector<lua_State*> parked;          // its coroutines that wait, the innermost first
+    CSignal* ended = nullptr;                // for those who wait for it; beside the handle
 
   private:
     void OnWoken() override;

@@ -166,6 +166,7 @@ WaitResult CTaskScheduler::WaitHere(lua_State* L, std::vector<Awaited> items,
     for (;;) {
         RunReady(L);
         if (const auto result = wait.Look()) {
+            (void)m_interpreter.Stretch().Begin();
             return *result;
         }
         if (m_ready.empty()) {
@@ -193,7 +194,7 @@ void CTaskScheduler::Sleep(lua_State* L) {
         const CLuaStateLock::GiveBack giveBack(m_interpreter.Lock(), L);
         m_engine.Sleep();
     }
-    m_interpreter.Stretch().Begin();
+    (void)m_interpreter.Stretch().Begin();
 }
 
 // Each of those that are ready now has its turn.
@@ -222,8 +223,7 @@ void CTaskScheduler::Step(lua_State* L, Task& task) {
         lua_pushliteral(task.thread, "cancelled");
         return Finish(L, task, LUA_ERRRUN);
     }
-    task.SetStatus(Task::Status::kRunning);
-    m_interpreter.Stretch().Begin();
+    task.SetStatus(Task::Status::kRunning, m_interpreter.Stretch().Begin());
     m_current = &task;
     m_innermost = task.thread;
     const int status = lua_resume(task.thread, L, std::exchange(task.arguments, 0));
@@ -232,7 +232,7 @@ void CTaskScheduler::Step(lua_State* L, Task& task) {
     if (status != LUA_YIELD) {
         return Finish(L, task, status);
     }
-    if (!std::exchange(m_givesWay, false)) {
+    if (std::exchange(m_givesWay, nullptr) != task.thread) {
         lua_settop(task.thread, 0);
         lua_pushliteral(task.thread, "the task has yielded: a task gives way by waiting");
         return Finish(L, task, LUA_ERRRUN);

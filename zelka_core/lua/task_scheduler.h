@@ -17,9 +17,9 @@ class CDom;
 class CLuaInterpreter;
 
 // Runs the tasks of one Lua state. A task is a Lua thread that gives way where it waits, and only
-// there. Whoever waits outside of tasks, the application's own functions or the host, lets the tasks
-// run meanwhile. For the thread that holds the lock of the state, which is given back while nothing
-// can run.
+// there. Whoever waits outside of tasks, the application's own functions or the host, lets the
+// tasks run meanwhile. For the thread that holds the lock of the state, which is given back while
+// nothing can run.
 class CTaskScheduler {
   public:
     using Clock = std::chrono::steady_clock;
@@ -60,8 +60,8 @@ class CTaskScheduler {
     // Raises the error that a cancelled task's waits raise.
     void RaiseIfCancelled(lua_State* L) const;
 
-    // For the host's coroutine.resume, which resumes `thread` from `L`. Outside of tasks, and in Lua
-    // threads that the host does not know of, the first two change nothing.
+    // For the host's coroutine.resume, which resumes `thread` from `L`. Outside of tasks, and in
+    // Lua threads that the host does not know of, the first two change nothing.
     void EnterCoroutine(lua_State* L, lua_State* thread);
     void LeaveCoroutine(lua_State* L, lua_State* thread);
     // Whether the coroutine has yielded for a wait of the host. Then `L` has to give way as well,
@@ -88,8 +88,8 @@ class CTaskScheduler {
     // How long a task may go on after the run was asked to stop, and as long again after it was
     // cancelled: the variable `app.stop.patience`, in milliseconds.
     [[nodiscard]] std::chrono::milliseconds Patience() const;
-    // From that time on an error is raised in the code of a cancelled task wherever it is: the end of
-    // a run does not depend on its tasks. One that does not even wait is treated so in any case.
+    // From that time on an error is raised in the code of a cancelled task wherever it is: the end
+    // of a run does not depend on its tasks. One that does not even wait is treated so in any case.
     void SetEnd(Clock::time_point endAt) { m_endAt = endAt; }
     // Called every so often inside running Lua code. May raise that error in `L`.
     void OnLook(lua_State* L);
@@ -126,7 +126,7 @@ class CTaskScheduler {
     std::deque<Task*> m_ready;
     Task* m_current = nullptr;
     lua_State* m_innermost = nullptr;  // the Lua thread that the running task is in
-    bool m_givesWay = false;           // a wait is on its way outwards
+    lua_State* m_givesWay = nullptr;   // the Lua thread that has yielded for a wait
     lua_State* m_outside = nullptr;
     bool m_blockTold = false;
     bool m_closed = false;

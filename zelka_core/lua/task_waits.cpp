@@ -20,10 +20,14 @@ int YieldNothing(lua_State* L) {
     return lua_yield(L, 0);
 }
 
-// Whether nothing but a few Lua functions is between the running native function and the beginning of
-// the Lua thread: then it can be left. Not in a finaliser, during which the collector rests.
+// Whether nothing but a few Lua functions is between the running native function and the beginning
+// of the Lua thread: then it can be left. Not in a finaliser, during which the collector rests, and
+// not in a hook.
 bool IsAllLua(lua_State* L) {
     constexpr int kFrames = 8;
+    if (lua_gethook(L) != nullptr || lua_gc(L, LUA_GCISRUNNING, 0) == 0) {
+        return false;
+    }
     lua_Debug frame;
     for (int level = 1; lua_getstack(L, level, &frame) != 0; ++level) {
         lua_getinfo(L, "l", &frame);
@@ -31,17 +35,17 @@ bool IsAllLua(lua_State* L) {
             return false;
         }
     }
-    return lua_gc(L, LUA_GCISRUNNING, 0) != 0;
+    return true;
 }
 
 }  // namespace
 
-// By a C++ exception, as Lua does it: each frame on its way costs, and one with an object that has to
-// be destroyed as much as the rest. So where it is plain that it can be left, the call is left at
-// once. Elsewhere Lua tells by an error whether a native function in between cannot be left, and a
-// protected call catches it. In either case `continuation` goes on in the place of the call.
+// By a C++ exception, as Lua does it: each frame on its way costs, and one with an object that has
+// to be destroyed as much as the rest. So where it is plain that it can be left, the call is left
+// at once. Elsewhere Lua tells by an error whether a native function in between cannot be left, and
+// a protected call catches it. In either case `continuation` goes on in the place of the call.
 void CTaskScheduler::GiveWay(lua_State* L, lua_CFunction continuation) {
-    m_givesWay = true;
+    m_givesWay = L;
     if (IsAllLua(L)) {
         (void)lua_yieldk(L, 0, 0, continuation);
     }
@@ -51,7 +55,7 @@ void CTaskScheduler::GiveWay(lua_State* L, lua_CFunction continuation) {
 }
 
 void CTaskScheduler::BlockInstead(lua_State* L) {
-    m_givesWay = false;
+    m_givesWay = nullptr;
     lua_pop(L, 1);
     if (!std::exchange(m_blockTold, true)) {
         luaL_where(L, 1);
@@ -77,9 +81,10 @@ WaitResult CTaskScheduler::TakeResult(lua_State* L) {
 }
 
 bool CTaskScheduler::TakeGivesWay(lua_State* L, lua_State* thread) {
-    if (!std::exchange(m_givesWay, false)) {
+    if (m_givesWay != thread) {
         return false;
     }
+    m_givesWay = nullptr;
     m_current->parked.push_back(thread);
     PushTasks(L);
     lua_pushthread(thread);

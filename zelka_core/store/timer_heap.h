@@ -6,9 +6,9 @@
 
 namespace ZelkaCore {
 
-// Who wants to be told at some time, the earliest first. Adding and taking out cost the logarithm of
-// their number. `Owner` has a member `std::size_t heapPlace`, which belongs to the heap, and is in
-// one heap at a time.
+// Who wants to be told at some time, the earliest first. Adding and taking out cost the logarithm
+// of their number. `Owner` has a member `std::size_t heapPlace`, which belongs to the heap, and is
+// in one heap at a time.
 template <class Owner>
 class TimerHeap {
   public:

@@ -38,7 +38,9 @@ void CWait::Begin(std::vector<Awaited> items, const Deadline& deadline) {
     for (std::size_t i = 0; i < m_items.size() && !m_failure; ++i) {
         BeginItem(i, isOver);
     }
-    AddTimer();
+    if (!isOver) {
+        AddTimer();
+    }
 }
 
 // Of a wait that is over already only what holds now counts.

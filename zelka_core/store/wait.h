@@ -39,7 +39,7 @@ using Awaited = std::variant<std::string, EventPtr, AwaitedDescriptor, AwaitedSi
 
 struct WaitResult {
     enum class Kind { kFired, kTimeout, kFailed } kind;
-    std::size_t index = 0;      // of what fired, or of what cannot be waited for
+    std::size_t index = 0;       // of what fired, or of what cannot be waited for
     std::error_code error = {};  // why; EBADF: the descriptor is not open
 };
 

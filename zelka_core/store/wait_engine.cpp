@@ -110,9 +110,8 @@ void CWaitEngine::Unwatch(const CWait& wait, int descriptor) {
         return;
     }
     auto& watchers = found->second;
-    const auto watcher = std::find_if(watchers.begin(), watchers.end(), [&](const Watcher& other) {
-        return other.wait == &wait;
-    });
+    const auto watcher = std::find_if(watchers.begin(), watchers.end(),
+                                      [&](const Watcher& other) { return other.wait == &wait; });
     if (watcher != watchers.end()) {
         *watcher = watchers.back();
         watchers.pop_back();

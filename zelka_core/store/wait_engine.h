@@ -24,7 +24,8 @@ class CWaitEngine {
     [[nodiscard]] CConditions& Conditions() { return m_conditions; }
 
     // Tells the waits for which something has happened (CWait::OnWoken), without waiting. What the
-    // system has to be asked for, descriptors and events, is seen after a millisecond at the latest.
+    // system has to be asked for, descriptors and events, is seen after a millisecond at the
+    // latest.
     void Gather();
 
     // Waits until something happens to any of the waits, and tells it. Throws std::system_error if

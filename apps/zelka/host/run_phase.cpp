@@ -114,7 +114,8 @@ void CAgentApp::OnEventLoopEnter(wxEventLoopBase* loop) {
     }
 }
 
-// A second signal ends the process at once, so that an application that does not listen can be ended.
+// A second signal ends the process at once, so that an application that does not listen can be
+// ended.
 void CAgentApp::WatchStopSignals() {
     if (!m_bHoldsStopSignals) {
         return;
@@ -122,7 +123,8 @@ void CAgentApp::WatchStopSignals() {
     const auto stop = [this] {
         wxLogVerbose("Asked to stop by a signal");
         (void)std::fputs(
-            ToUtf8(GetAppName() + ": asked to stop; a second signal ends it at once\n").c_str(), stderr);
+            ToUtf8(GetAppName() + ": asked to stop; a second signal ends it at once\n").c_str(),
+            stderr);
         m_pDom->RequestStop();
     };
     if (const auto error = StopSignals::Begin(stop, m_stopSignals)) {

@@ -33,8 +33,9 @@ struct HostWait {
 int WaitProtected(lua_State* L) {
     return ZelkaCore::CallGuarded(L, [](lua_State* state) {
         auto& wait = *static_cast<HostWait*>(lua_touserdata(state, 1));
-        CTaskScheduler& scheduler = *CLuaInterpreter::Of(state)->SchedulerIfAny();
-        wait.result = scheduler.WaitHere(state, std::move(wait.items), wait.deadline);
+        CLuaInterpreter& lua = *CLuaInterpreter::Of(state);
+        const ZelkaCore::LuaStretch::Scope stretch(lua.Stretch());
+        wait.result = lua.SchedulerIfAny()->WaitHere(state, std::move(wait.items), wait.deadline);
         return 0;
     });
 }

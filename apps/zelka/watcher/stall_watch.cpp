@@ -21,7 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kStalled = 5202;           // the code of the agent event
+constexpr int kStalled = 5202;              // the code of the agent event
 constexpr milliseconds kLookPatience{200};  // for the script to come by and say where it is
 
 milliseconds LimitOf(const CDom& dom) {

@@ -14,7 +14,8 @@ using Clock = CWaitEngine::Clock;
 // One who waits in the ordinary way: engine, looks and one wait.
 class Observer : public CWait {
   public:
-    Observer(CWaitEngine& engine, CConditions::Looks& looks) : CWait(engine, looks), m_engine(engine) {}
+    Observer(CWaitEngine& engine, CConditions::Looks& looks)
+        : CWait(engine, looks), m_engine(engine) {}
 
     WaitResult WaitFor(std::vector<Awaited> items, std::chrono::milliseconds timeout) {
         Begin(std::move(items), Clock::now() + timeout);

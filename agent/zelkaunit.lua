@@ -2,11 +2,15 @@
 --
 -- Runs the test files that the pattern names, in the order of their names, then every class `Test...`
 -- and function `test...` that they have defined as globals. PATTERN is a path in which "*" stands for
--- any bytes and "?" for one byte of a name. The module's value is a function that takes the pattern
--- and returns the number of failures and errors: the run's exit code. A test file that cannot be
--- loaded, or a run without a single test, counts as one of them.
+-- any bytes and "?" for one byte of a name. The module is called with the pattern and returns the number
+-- of failures and errors: the run's exit code. A test file that cannot be loaded, or a run without a
+-- single test, counts as one of them.
+--
+-- Each test is a task, and so are its setUp and tearDown: what they wait for holds up nothing else. When
+-- the test is over, the tasks that it has started are cancelled and joined.
 
 local luaunit = require "luaunit"
+local testTasks = require "zelkaunit.tests"
 
 local MOST = 255 -- an exit code has eight bits: 256 failures must not look like none
 
@@ -106,15 +110,10 @@ local function loadTestFiles(files)
     return names, problems
 end
 
--- Seconds since the system was started. os.clock, by which LuaUnit measures, tells the processor's time:
--- of a test that waits it would say that it took none.
+-- Seconds. os.clock, by which LuaUnit measures, tells the processor's time: of a test that waits it would
+-- say that it took none.
 local function wallClock()
-    local file = io.open("/proc/uptime")
-    local seconds = file and file:read("*n")
-    if file then
-        file:close()
-    end
-    return seconds or os.time()
+    return testTasks.now() / 1000
 end
 
 -- Gives those of LuaUnit's functions that measure another clock, and no one else.
@@ -130,18 +129,8 @@ local function measureWallTime()
     end
 end
 
--- Runs the tests under LuaUnit. Returns the number of failures and errors.
-local function runTests(names, options)
-    local arguments = { table.unpack(arg) }
-    if not options.testNames then
-        for _, name in ipairs(names) do
-            arguments[#arguments + 1] = name
-        end
-    end
-    measureWallTime()
-    local runner = luaunit.LuaUnit.new()
-    local ok, problem = protectedCall(runner.runSuite, tostring, runner,
-        table.unpack(arguments))
+-- Of a suite that has been run, with what its protected call has returned.
+local function countFailures(runner, ok, problem)
     local result = runner.result
     if ok or (problem == left and result) then -- LuaUnit leaves early with -e and -f
         if result.runCount > 0 then
@@ -155,7 +144,24 @@ local function runTests(names, options)
     return 1
 end
 
-return function(pattern)
+-- Runs the tests under LuaUnit. Returns the number of failures and errors.
+local function runTests(names, options)
+    local arguments = { table.unpack(arg) }
+    if not options.testNames then
+        for _, name in ipairs(names) do
+            arguments[#arguments + 1] = name
+        end
+    end
+    measureWallTime()
+    local runner = luaunit.LuaUnit.new()
+    testTasks.separate(runner)
+    local failures = countFailures(runner, protectedCall(runner.runSuite, tostring, runner,
+        table.unpack(arguments)))
+    testTasks.endAll()
+    return failures
+end
+
+local function run(_, pattern)
     local ok, options = protectedCall(luaunit.LuaUnit.parseCmdLine, tostring, arg)
     if options == left then
         return left.code -- after --help and --version
@@ -177,3 +183,5 @@ return function(pattern)
     end
     return math.min(problems, MOST)
 end
+
+return setmetatable({ fake = testTasks.fake }, { __call = run })

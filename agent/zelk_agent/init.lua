@@ -2,7 +2,8 @@
 -- like the agent's --appname, with up to three functions, which the host calls in this order:
 --
 --   init      get ready; a service counts as started when it has returned
---   main      do the work; at a console the run ends when it returns, a service goes on
+--   main      do the work, or start tasks that do it: the run goes on with them until they have ended,
+--             and a service until it is told to stop
 --   shutdown  tidy up
 --
 -- Each returns 0, or nothing, to go on. Any other integer ends the run and is its exit code.
@@ -10,41 +11,45 @@
 
 local options = require "zelk_agent.options"
 local report = require "zelk_agent.report"
+local task = require "task"
 
 local BAD_ARGUMENTS = 2
 
--- What happens, by the condition that tells of it.
 local events = {
-    ["app.clockChange"] = "the system clock was set",
-    ["app.netAdaptersChanged"] = "the network addresses changed",
+    { condition = "app.clockChange", text = "the system clock was set" },
+    { condition = "app.netAdaptersChanged", text = "the network addresses changed" },
+    { condition = "app.configChanged", text = "the ini files were changed" },
 }
 
 local settings = {}
 
--- Seconds since the system started, whatever is done to the clock.
-local function uptime()
-    local file = assert(io.open("/proc/uptime"))
-    local seconds = file:read("*n")
-    file:close()
-    return seconds
+-- A service has nobody who reads its output.
+local function tell(text)
+    if not dom:Get("app.background") then
+        print(text)
+    end
+    dom:Log("verbose", "zelk_agent: " .. text)
 end
 
--- Tells what happens for so many seconds (nil: without limit) or until the service is to stop.
-local function watch(seconds)
-    local stop = dom:Get("app.windows.service.stopEvent") -- a number; nil if this is no service
-    local signals = { "app.clockChange", "app.netAdaptersChanged", stop }
-    local finish = seconds and uptime() + seconds
-    repeat
-        local left = finish and math.max(0, math.ceil((finish - uptime()) * 1000)) or -1
-        -- A condition raised while this loop was busy is not lost: Wait returns it at once.
-        local fired = dom:Wait(left, table.unpack(signals))
-        if events[fired] then
-            print(events[fired])
-            dom:Log("verbose", "zelk_agent: " .. events[fired])
-        end
-        local stopping = fired ~= nil and fired == stop
-        local over = finish ~= nil and uptime() >= finish
-    until stopping or over
+-- A task for each condition: none holds up the others, and no raise is lost while one is busy.
+local function watch()
+    for _, event in ipairs(events) do
+        task.start("watch " .. event.condition, function()
+            while true do
+                dom:Wait(-1, event.condition)
+                tell(event.text)
+            end
+        end)
+    end
+end
+
+-- Ends everything after so many seconds (nil: without limit), or when the application is asked to stop.
+local function finish(seconds)
+    dom:Wait(seconds and math.ceil(seconds * 1000) or -1, "app.stop")
+    report.printEvents()
+    for _, other in ipairs(task.list()) do
+        other:cancel()
+    end
 end
 
 local app = {}
@@ -69,15 +74,15 @@ function app.main()
         return 0
     end
     report.print()
+    watch()
     if settings.use then
-        print(require(settings.use).greet())
+        local plugin = require(settings.use)
+        print(plugin.greet())
+        if plugin.start then
+            plugin.start()
+        end
     end
-    -- A service that watches nothing returns at once: the host waits for the stop request, and takes
-    -- care of hardening meanwhile.
-    if settings.seconds or not dom:Get("app.background") then
-        watch(settings.seconds)
-    end
-    report.printEvents()
+    task.essential("finish", finish, settings.seconds)
     return 0
 end
 

@@ -52,15 +52,25 @@ function dom:Names(prefix) end
 ---@return integer woken  how many were waiting
 function dom:ConditionRaise(name) end
 
----Waits until a condition is raised or an event is signalled, and lets the rest of the agent work
----meanwhile. A condition that was raised since this application last saw it counts at once, so no
----raise is lost between two waits; several raises in between count as one. If several have happened,
----the first in the list is returned and the others keep their signal.
+---Waits until a condition is raised, an event is signalled, or a descriptor is ready. In a task it suspends
+---that task alone, at any depth; elsewhere the tasks run meanwhile. A condition that was raised since the
+---caller last saw it counts at once, for a task since its start: no raise is lost between two waits, and
+---several raises in between count as one. `app.stop` counts for good. If several have happened, the first
+---in the list is returned and the others keep their signal.
+---
+---A task that is cancelled gets the error "cancelled" here. Another object is one with the methods
+---`pollfd` (a descriptor), `events` ("r", "w" or a number as for poll) and `timeout` (seconds until it
+---is ready anyway), or some of them.
 ---@param timeout_ms integer  how long at most, in milliseconds; -1 waits without limit
----@param ... string|integer  names of conditions, and handles of events as the variables
----`app.windows.service.stopEvent` and `app.windows.service.hardenEvent` hold them; at most 63 handles
----@return string|integer|nil fired  the argument that ended the wait; nil if the time is over
+---@param ... string|integer|table|userdata  names of conditions, handles of events as the variables
+---`app.windows.service.stopEvent` and `app.windows.service.hardenEvent` hold them, and objects
+---@return string|integer|table|userdata|nil fired  the argument that ended the wait; nil if the time is over
 function dom:Wait(timeout_ms, ...) end
+
+---Tells whether the application was asked to stop: a service by its manager, a console run by SIGINT or
+---SIGTERM, either by a task that is essential and has failed. `app.stop` was raised then.
+---@return boolean requested
+function dom:StopRequested() end
 
 ---Signals an event, for instance the one in `app.windows.service.hardenEvent`.
 ---@param handle integer

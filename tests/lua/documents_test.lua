@@ -1,4 +1,4 @@
--- Every example of the two guides is run, in their order and in one folder; and the editor
+-- Every example of the guides is run, in their order and in one folder; and the editor
 -- stub describes what there is.
 
 local lu = require "luaunit"
@@ -60,13 +60,49 @@ local function runLua(block)
     return inFolder("zelk_agent --appname example --lua_path './?.lua'")
 end
 
+-- Modules that are not everywhere, and those found so far: an example is skipped without its modules.
+local optional = { cjson = true, http = true, inotify = true, openssl = true, ["task.cqueues"] = true }
+local isThere = {}
+
+local function skipWithoutModules(text)
+    write("optional.lua", "return { main = function() require(arg[1]) end }")
+    for module in text:gmatch('require "([%w.]+)"') do
+        if isThere[module] == nil and (optional[module] or optional[module:match("%w+")]) then
+            isThere[module] = inFolder("zelk_agent --appname optional --lua_path './?.lua' -- " .. module) == ""
+        end
+        lu.skipIf(isThere[module] == false, module .. " is not installed")
+    end
+end
+
 TestDocuments = {}
 local examples = ""
-for _, block in ipairs(readBlocks(readBlocks({}, "lua_author"), "lua_delivery")) do
+local agent -- the first of all
+for _, block in ipairs(readBlocks(readBlocks(readBlocks({}, "lua_author"), "lua_delivery"), "lua_tasks")) do
+    agent = agent or block.text
     examples = examples .. block.text
     TestDocuments["testTheExampleIn_" .. block.place] = function()
+        skipWithoutModules(block.text)
         lu.assertEquals(block.language == "lua" and runLua(block) or inFolder(block.text), block.expected)
     end
+end
+
+-- The port is the system's choice, and is read in the log.
+function TestDocuments:testTheWholeAgentAnswersAndEndsWhenItIsAsked()
+    skipWithoutModules(agent)
+    write("probe.lua", agent)
+    write("work/zelk_agent.ini", "[probe]\nport=0\n")
+    local said = inFolder([[bash <<'END'
+        zelk_agent --appname probe --lua_path './?.lua' & pid=$!
+        port=$(tail -n +1 -F --pid=$pid work/log/probe.log 2>/dev/null | grep -m 1 -o 'port=[0-9]*')
+        exec 3<>"/dev/tcp/127.0.0.1/${port#port=}"
+        printf 'GET / HTTP/1.1\r\nHost: probe\r\nConnection: close\r\n\r\n' >&3
+        sed -n '1p;$p' <&3
+        kill -TERM $pid
+        wait $pid
+        echo "exit code $?"
+        tail -n 3 work/log/probe.log | grep -o 'probe ends'
+END]])
+    lu.assertStrMatches(said, "HTTP/1.1 200 OK\r\n%d+\nprobe: asked to stop.-\nexit code 0\nprobe ends\n")
 end
 
 function TestDocuments:testTheStubDescribesTheGlobalsOfTheHostAndMembersOfWhichEachHasAnExample()

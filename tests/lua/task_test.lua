@@ -127,6 +127,16 @@ function TestTasks:testAFailureIsToldOnceAndCancellingIsNone()
     lu.assertEquals({ events[before + 1].code, events[before + 1].data }, { 5201, "task|failing|boom" })
 end
 
+function TestTasks:testOneThatDoesNotHearThatItIsCancelledLetsTheOthersRun()
+    local enough = false
+    local t = task.start("deaf", function() repeat pcall(dom.Wait, dom, -1) until enough end)
+    task.sleep(0)
+    t:cancel()
+    lu.assertEquals({ t:join(5) }, { nil, "timeout" })
+    enough = true
+    lu.assertEquals({ t:join() }, { true })
+end
+
 function TestTasks:testJoinEndsInTimeAndNeverForItself()
     local t = task.start("long", function() dom:Wait(-1) end)
     lu.assertEquals({ t:join(1) }, { nil, "timeout" })

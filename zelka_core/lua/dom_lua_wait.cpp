@@ -171,14 +171,18 @@ int WaitOrBegin(lua_State* L) {
     if (interpreter == nullptr) {
         return luaL_error(L, "%s: this Lua state does not belong to the agent", call.Member());
     }
-    const Deadline deadline = interpreter->IsClosing() ? Clock::now() : CheckTimeout(call);
+    Deadline deadline = interpreter->IsClosing() ? Clock::now() : CheckTimeout(call);
     std::vector<Awaited> items = CheckItems(call);
     CTaskScheduler& scheduler = interpreter->Scheduler(call.dom);
-    scheduler.RaiseIfCancelled(L);
     if (scheduler.MayGiveWay(L)) {
+        if (scheduler.Current()->isCancelled) {  // it will be told, when the others had their turn
+            items.clear();
+            deadline = Clock::now();
+        }
         scheduler.Current()->Begin(std::move(items), deadline);
         return kBegun;
     }
+    scheduler.RaiseIfCancelled(L);
     return PushResult(L, scheduler.WaitHere(L, std::move(items), deadline));
 }
 

@@ -23,6 +23,9 @@ using Clock = CTaskScheduler::Clock;
 
 constexpr int kEssentialFailed = 2;  // the exit code
 
+// For what comes to its end only by the error that is raised in its code.
+constexpr std::chrono::milliseconds kGrace{500};
+
 struct HostWait {
     std::vector<ZelkaCore::Awaited> items;
     ZelkaCore::Deadline deadline;
@@ -96,7 +99,7 @@ void CAgentApp::EndTasks() {
         (void)CallProtected(m_pLua->L(), CancelProtected, nullptr);
     }
     if (scheduler.Living() != 0) {
-        (void)WaitWithTasks(ended, endAt);
+        (void)WaitWithTasks(ended, endAt + kGrace);
     }
     if (scheduler.Living() != 0) {
         wxLogWarning("%zu tasks do not end, and are left behind", scheduler.Living());

@@ -38,7 +38,7 @@ class Task : public TaskLooks, public CWait {
     // it takes.
     static void RegisterClass(lua_State* L);
 
-    Task(CTaskScheduler& scheduler, lua_State* thread, std::string name, bool essential);
+    Task(CTaskScheduler& owner, lua_State* L, std::string taskName, bool essential);
     ~Task() override;
 
     [[nodiscard]] bool IsLiving() const { return status <= Status::kWaiting; }

@@ -52,7 +52,7 @@ void SetTask(lua_State* L, lua_State* thread, int value) {
 
 // Keeps what the task has returned, or its error, with its handle on top of the stack.
 int KeepResults(lua_State* L) {
-    lua_State* thread = static_cast<lua_State*>(lua_touserdata(L, 2));
+    auto* thread = static_cast<lua_State*>(lua_touserdata(L, 2));
     const int count = lua_gettop(thread);
     luaL_checkstack(L, count + 1, "too many results of a task");
     lua_createtable(L, count, 1);

@@ -11,6 +11,7 @@
 
 #include "platform/poller.h"
 #include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/lua/lua_cqueues.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 
@@ -163,8 +164,18 @@ int ContinueWait(lua_State* L) {
 }
 
 constexpr int kBegun = -1;
+constexpr int kBegunInController = -2;
 
-// Waits, or has the task begin to wait.
+// The coroutine of a controller goes on behind its wait, or goes on waiting.
+int ContinueInController(lua_State* L) {
+    const int results = CallGuarded(L, [](lua_State* state) {
+        const auto result = ResultInController(state);
+        return result ? PushResult(state, *result) : kBegunInController;
+    });
+    return results != kBegunInController ? results : PollInController(L, ContinueInController);
+}
+
+// Waits, or has the task or a controller's coroutine begin to wait.
 int WaitOrBegin(lua_State* L) {
     const DomCall call(L, "dom:Wait");
     CLuaInterpreter* interpreter = CLuaInterpreter::Of(L);
@@ -183,6 +194,10 @@ int WaitOrBegin(lua_State* L) {
         return kBegun;
     }
     scheduler.RaiseIfCancelled(L);
+    if (!interpreter->IsClosing() && IsInController(L)) {
+        BeginInController(L, std::move(items), deadline);
+        return kBegunInController;
+    }
     return PushResult(L, scheduler.WaitHere(L, std::move(items), deadline));
 }
 
@@ -197,10 +212,13 @@ int CollectSignal(lua_State* L) {
 
 int Wait(lua_State* L) {
     const int results = CallGuarded(L, WaitOrBegin);
+    // Nothing in this frame has to be destroyed: giving way is as fast as it can be.
+    if (results == kBegunInController) {
+        return PollInController(L, ContinueInController);
+    }
     if (results != kBegun) {
         return results;
     }
-    // Nothing in this frame has to be destroyed: giving way is as fast as it can be.
     CLuaInterpreter::Of(L)->SchedulerIfAny()->GiveWay(L, ContinueWait);
     return ContinueWait(L);
 }

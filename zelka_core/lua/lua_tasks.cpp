@@ -6,6 +6,7 @@
 #include "zelka_core/lua/dom_lua_wait.h"
 #include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_coroutines.h"
+#include "zelka_core/lua/lua_cqueues.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 
@@ -237,6 +238,7 @@ void PreloadTasks(lua_State* L, CDom& dom) {
     lua_pushcfunction(L, OpenTasks);
     lua_setfield(L, -2, "task.core");
     lua_pop(L, 2);
+    PreloadCqueues(L);
 }
 
 }  // namespace ZelkaCore

@@ -157,7 +157,7 @@ void CTaskScheduler::CancelAll(lua_State* L) {
 
 WaitResult CTaskScheduler::WaitHere(lua_State* L, std::vector<Awaited> items,
                                     const Deadline& deadline) {
-    HereWait wait(m_engine, m_current != nullptr ? m_current->looks : m_looks);
+    HereWait wait(m_engine, LooksOfRunning());
     wait.Begin(std::move(items), deadline);
     if (m_current != nullptr || m_outside != nullptr || m_interpreter.IsClosing()) {
         return Block(L, wait);

@@ -6,6 +6,7 @@
 #include <lua.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zelka_core/lua/task.h"
@@ -71,6 +72,16 @@ class CTaskScheduler {
     // Whether the Lua thread waits for the host, which alone may resume it.
     bool IsParked(lua_State* L, lua_State* thread) const;
 
+    // The Lua thread from which the host's coroutine.resume has, directly or not, resumed `L`; `L`
+    // itself if it has not.
+    [[nodiscard]] lua_State* BaseOf(lua_State* L) const;
+    // What the running code has seen: that of the task, or what is outside of tasks.
+    [[nodiscard]] CConditions::Looks& LooksOfRunning() {
+        return m_current != nullptr ? m_current->looks : m_looks;
+    }
+    // Waits while no task runs, where a wait that has begun cannot give way.
+    WaitResult BlockAll(lua_State* L, CWait& wait);
+
     // The Lua thread that waits outside of tasks and lets them run; null if there is none.
     [[nodiscard]] lua_State* Outside() const { return m_outside; }
 
@@ -127,6 +138,8 @@ class CTaskScheduler {
     Task* m_current = nullptr;
     lua_State* m_innermost = nullptr;  // the Lua thread that the running task is in
     lua_State* m_givesWay = nullptr;   // the Lua thread that has yielded for a wait
+    // Those that coroutine.resume has resumed and that run, each behind its resumer.
+    std::vector<std::pair<lua_State*, lua_State*>> m_resumed;
     lua_State* m_outside = nullptr;
     bool m_blockTold = false;
     bool m_closed = false;

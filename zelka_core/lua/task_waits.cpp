@@ -57,6 +57,10 @@ void CTaskScheduler::GiveWay(lua_State* L, lua_CFunction continuation) {
 void CTaskScheduler::BlockInstead(lua_State* L) {
     m_givesWay = nullptr;
     lua_pop(L, 1);
+    m_current->result = BlockAll(L, *m_current);
+}
+
+WaitResult CTaskScheduler::BlockAll(lua_State* L, CWait& wait) {
     if (!std::exchange(m_blockTold, true)) {
         luaL_where(L, 1);
         ZELKA_TRACE("Appl", "CTaskScheduler::GiveWay",
@@ -64,7 +68,7 @@ void CTaskScheduler::BlockInstead(lua_State* L) {
                     wxString::FromUTF8(lua_tostring(L, -1)));
         lua_pop(L, 1);
     }
-    m_current->result = Block(L, *m_current);
+    return Block(L, wait);
 }
 
 void CTaskScheduler::RaiseIfCancelled(lua_State* L) const {
@@ -96,15 +100,26 @@ bool CTaskScheduler::TakeGivesWay(lua_State* L, lua_State* thread) {
 }
 
 void CTaskScheduler::EnterCoroutine(lua_State* L, lua_State* thread) {
+    m_resumed.emplace_back(L, thread);
     if (m_innermost == L) {
         m_innermost = thread;
     }
 }
 
 void CTaskScheduler::LeaveCoroutine(lua_State* L, lua_State* thread) {
+    if (!m_resumed.empty() && m_resumed.back().second == thread) {
+        m_resumed.pop_back();
+    }
     if (m_innermost == thread) {
         m_innermost = L;
     }
+}
+
+lua_State* CTaskScheduler::BaseOf(lua_State* L) const {
+    for (auto link = m_resumed.rbegin(); link != m_resumed.rend() && link->second == L; ++link) {
+        L = link->first;
+    }
+    return L;
 }
 
 void CTaskScheduler::TakeBack(lua_State* L, lua_State* thread) {

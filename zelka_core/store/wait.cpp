@@ -138,7 +138,7 @@ void CWait::End() {
 }
 
 void CSignal::Fire(std::size_t count) {
-    for (; count > 0 && !m_waits.empty(); --count) {
+    while (count > 0 && !m_waits.empty()) {
         CWait* const wait = m_waits.front();
         for (Awaited& item : wait->m_items) {
             auto* signal = std::get_if<AwaitedSignal>(&item);
@@ -147,6 +147,7 @@ void CSignal::Fire(std::size_t count) {
             }
         }
         m_waits.pop_front();
+        count -= wait->IsSureToLook() ? 1U : 0U;
         wait->OnWoken();
     }
 }

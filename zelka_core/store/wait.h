@@ -73,6 +73,10 @@ class CWait : public CConditions::Waiter {
     // Something may have happened: Look at it. Called by the engine and by signals.
     virtual void OnWoken() = 0;
 
+    // Whether it is certain that somebody looks once it was woken. Else a signal that wakes it
+    // wakes the next one as well.
+    [[nodiscard]] virtual bool IsSureToLook() const { return true; }
+
     void BeginItem(std::size_t index, bool isOver);
     std::optional<std::size_t> FirstFired();
     void AddTimer();

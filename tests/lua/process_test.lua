@@ -16,10 +16,10 @@ local function outcome(part, value, out, err)
     return { [part] = value, out = out or "", err = err or "", truncated = false, timed_out = false }
 end
 
--- What the agent has of children, besides this one, and of descriptors.
+-- What the agent has of children, besides this one, and of descriptors for them.
 local function holdings()
     collectgarbage()
-    return sh(("grep -ls '^PPid:\t%s$' /proc/[0-9]*/status | wc -l; ls /proc/%s/fd | wc -l"):format(pid, pid)).out
+    return sh(("grep -ls '^PPid:\t%s$' /proc/[0-9]*/status | wc -l; ls -l /proc/%s/fd | grep -cE 'pipe:|pidfd'"):format(pid, pid)).out
 end
 
 -- A script that holds a lock together with a child of its own, and does not end.

@@ -1,0 +1,23 @@
+-- A server of lua-http that answers with a line of text; its port is printed. In a task of the agent it
+-- waits as the others do, elsewhere it has cqueues for itself.
+
+local _ = dom and require "task.cqueues"
+local headers = require "http.headers"
+local httpServer = require "http.server"
+
+local function answer(_, stream)
+    assert(stream:get_headers())
+    local head = headers.new()
+    head:append(":status", "200")
+    head:append("content-type", "text/plain")
+    assert(stream:write_headers(head, false))
+    assert(stream:write_chunk("hello\n", true))
+end
+
+return function()
+    local server = assert(httpServer.listen { host = "127.0.0.1", port = 0, onstream = answer })
+    assert(server:listen())
+    print((select(3, server:localname())))
+    io.stdout:flush()
+    assert(server:loop())
+end

@@ -6,16 +6,19 @@ local headers = require "http.headers"
 local httpServer = require "http.server"
 
 local function answer(_, stream)
-    assert(stream:get_headers())
+    stream:get_headers()
     local head = headers.new()
     head:append(":status", "200")
     head:append("content-type", "text/plain")
-    assert(stream:write_headers(head, false))
-    assert(stream:write_chunk("hello\n", true))
+    stream:write_headers(head, false)
+    stream:write_chunk("hello\n", true)
 end
 
 return function()
-    local server = assert(httpServer.listen { host = "127.0.0.1", port = 0, onstream = answer })
+    local server = assert(httpServer.listen {
+        host = "127.0.0.1", port = 0, onstream = answer,
+        onerror = function() end, -- the client leaves in the middle; it counts what was not answered
+    })
     assert(server:listen())
     print((select(3, server:localname())))
     io.stdout:flush()

@@ -11,6 +11,7 @@ local core = require "task.cqueues.core"
 local dom = dom
 local running, yield, POLL = cqueues.running, coroutine.yield, cqueues._POLL
 local LONGEST = 4e6 -- seconds; what is longer has no limit
+local LAST_WAITS = 100 -- of the coroutines of a cancelled task, together
 
 core.setUp(running, POLL)
 
@@ -25,6 +26,18 @@ end
 local closings = setmetatable({}, { __mode = "k" })
 
 local step
+
+-- Each coroutine that waits by the host is told that the task is cancelled, by an error. It may fail of
+-- that, which ends the step, or wait again a few times.
+local function cancelCoroutines(cq)
+    for _ = 1, cq:count() + LAST_WAITS do
+        if not core.wake() then
+            break
+        end
+        step(cq, 0)
+    end
+end
+
 step = cqueues.interpose("step", function(self, timeout)
     if running() then -- then cqueues has the outer controller wait for this one
         return step(self, timeout)
@@ -34,13 +47,8 @@ step = cqueues.interpose("step", function(self, timeout)
     local limit = milliseconds(timeout)
     local ok, fired = pcall(dom.Wait, dom, limit, self, closing)
     if not ok then
-        if tasks.isCancelled() then -- each of its coroutines that waits is to hear of it
-            core.wake()
-            for _ = 1, self:count() do
-                if step(self, 0) then
-                    break
-                end
-            end
+        if tasks.isCancelled() then
+            cancelCoroutines(self)
         end
         error(fired, 0)
     end

@@ -193,11 +193,11 @@ int WaitOrBegin(lua_State* L) {
         scheduler.Current()->Begin(std::move(items), deadline);
         return kBegun;
     }
-    scheduler.RaiseIfCancelled(L);
     if (!interpreter->IsClosing() && IsInController(L)) {
         BeginInController(L, std::move(items), deadline);
         return kBegunInController;
     }
+    scheduler.RaiseIfCancelled(L);
     return PushResult(L, scheduler.WaitHere(L, std::move(items), deadline));
 }
 

@@ -30,13 +30,14 @@ class ControllerWait : public TaskLooks, public CWait {
     ControllerWait(CWaitEngine& engine, const CConditions::Looks& seen)
         : TaskLooks{seen}, CWait(engine, looks) {}
 
+    // Of a task that is cancelled it is looked at once the other coroutines had their turn.
     void Start(lua_State* L, std::vector<Awaited> items, const Deadline& deadline) {
         OpenEvent();
         m_waiter = L;
         m_task = SchedulerOf(L).Current();
         Begin(std::move(items), deadline);
         m_result = Look();
-        if (m_result) {
+        if (m_result || (m_task != nullptr && m_task->isCancelled)) {
             OnWoken();
         }
     }
@@ -64,10 +65,13 @@ class ControllerWait : public TaskLooks, public CWait {
         m_waiter = nullptr;
     }
 
-    void WakeIfOf(const Task* task) {
-        if (m_waiter != nullptr && m_task == task) {
+    // Has the wait looked at if it goes on and the task has begun it.
+    bool WakeIfOf(const Task* task) {
+        const bool isOfTask = m_waiter != nullptr && m_task == task;
+        if (isOfTask) {
             OnWoken();
         }
+        return isOfTask;
     }
 
     [[nodiscard]] bool IsOf(lua_State* L) const { return m_waiter == L; }
@@ -164,16 +168,19 @@ int LookFromNow(lua_State* L) {
     });
 }
 
-// wake(): has the waits that the running task has begun in controllers looked at.
+// wake(): has the waits looked at that the running task has begun in controllers and that go on,
+// and returns whether there are any.
 int WakeAll(lua_State* L) {
+    bool isAny = false;
     lua_settop(L, 0);
     lua_getfield(L, LUA_REGISTRYINDEX, kWaits);
     for (lua_pushnil(L); lua_next(L, 1); lua_pop(L, 1)) {
         if (auto* wait = WaitAt(L, -1)) {
-            wait->WakeIfOf(SchedulerOf(L).Current());
+            isAny = wait->WakeIfOf(SchedulerOf(L).Current()) || isAny;
         }
     }
-    return 0;
+    lua_pushboolean(L, isAny ? 1 : 0);
+    return 1;
 }
 
 int OpenCqueues(lua_State* L) {

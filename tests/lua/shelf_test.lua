@@ -12,7 +12,14 @@ local ssl = require "ssl"
 local x509 = require "openssl.x509"
 
 local LIMIT = 60000 -- milliseconds; for what comes soon
-local folder
+local folder = posix.mkdtemp((os.getenv("TMPDIR") or "/tmp") .. "/shelf-XXXXXX")
+
+local function write(name, text)
+    local file = assert(io.open(folder .. "/" .. name, "w"))
+    file:write(text)
+    file:close()
+    return folder .. "/" .. name
+end
 
 -- Calls a method of a socket that does not block until it has done its work.
 local function complete(s, method, ...)
@@ -26,92 +33,59 @@ local function complete(s, method, ...)
     end
 end
 
--- A word goes from a client to a server, and comes back. `prepare` makes of each side's socket what it uses.
+-- A word goes from a client to a server and comes back. `prepare` makes of a side's socket what the side uses.
 local function talk(prepare)
-    local listener = assert(socket.bind("127.0.0.1", 0))
+    local listener, client = assert(socket.bind("127.0.0.1", 0)), socket.tcp()
     listener:settimeout(0)
     local server = task.start("server", function()
         local s = prepare(complete(listener, "accept"), "server")
         s:send(complete(s, "receive", "*l"):upper() .. "\n")
-        s:close()
     end)
-    local client = task.start("client", function()
-        local s = socket.tcp()
-        s:settimeout(0)
-        s:connect(listener:getsockname())
-        lu.assertNotNil(dom:Wait(LIMIT, task.writable(s)))
-        s = prepare(s, "client")
-        s:send("word\n")
-        local answer = complete(s, "receive", "*l")
-        s:close()
-        return answer
-    end)
-    lu.assertEquals({ client:join(LIMIT) }, { true, "WORD" })
+    client:settimeout(0)
+    client:connect(listener:getsockname())
+    lu.assertNotNil(dom:Wait(LIMIT, task.writable(client)))
+    client = prepare(client, "client")
+    client:send("word\n")
+    lu.assertEquals(complete(client, "receive", "*l"), "WORD")
     lu.assertTrue(server:join(LIMIT))
-    listener:close()
 end
 
-local function write(name, text)
-    local file = assert(io.open(folder .. "/" .. name, "w"))
-    file:write(text)
-    file:close()
+local function withoutBlocking(s)
+    s:settimeout(0)
+    return s
 end
 
-TestShelf = {}
-
-function TestShelf:setUp()
-    folder = posix.mkdtemp((os.getenv("TMPDIR") or "/tmp") .. "/shelf-XXXXXX")
-end
-
-function TestShelf:tearDown()
-    for name in lfs.dir(folder) do
-        os.remove(folder .. "/" .. name)
-    end
-    lu.assertTrue(lfs.rmdir(folder))
-end
-
-function TestShelf:testSocketsWaitAsDescriptors()
-    talk(function(s)
-        s:settimeout(0)
-        return s
-    end)
-end
-
-function TestShelf:testAnEncryptedConnectionUsesAFreshCertificate()
+function TestSocketsWaitAsDescriptorsAlsoEncrypted()
     local key, certificate = pkey.new { type = "EC", curve = "prime256v1" }, x509.new()
-    certificate:setLifetime(os.time() - 3600, os.time() + 3600)
     certificate:setPublicKey(key)
     certificate:sign(key)
-    write("key", key:toPEM("private"))
-    write("certificate", tostring(certificate))
+    local files = { key = write("key", key:toPEM("private")), certificate = write("crt", tostring(certificate)) }
+    talk(withoutBlocking)
     talk(function(s, mode)
-        s:settimeout(0)
-        s = assert(ssl.wrap(s, { mode = mode, protocol = "tlsv1_2", verify = "none",
-            key = mode == "server" and folder .. "/key" or nil,
-            certificate = mode == "server" and folder .. "/certificate" or nil }))
-        s:settimeout(0)
+        local options = mode == "server" and files or {}
+        options.mode, options.protocol, options.verify = mode, "tlsv1_2", "none"
+        s = withoutBlocking(assert(ssl.wrap(withoutBlocking(s), options)))
         complete(s, "dohandshake")
         return s
     end)
 end
 
-function TestShelf:testAFolderIsWatched()
+function TestAFolderIsWatchedAndReadInATask()
     local watch = inotify.init { blocking = false }
     watch:addwatch(folder, inotify.IN_CLOSE_WRITE)
     local watcher = task.start("watcher", function()
-        return dom:Wait(LIMIT, task.readable(watch)) and watch:read()[1].name
+        local name = dom:Wait(LIMIT, task.readable(watch)) and watch:read()[1].name
+        local words = lpeg.Ct((lpeg.C(lpeg.R("az") ^ 1) + 1) ^ 0):match("a, bc")
+        return name, lfs.attributes(folder .. "/" .. name, "mode"), cjson.encode(words)
     end)
     dom:Wait(0)
     write("news", "")
-    lu.assertEquals({ watcher:join(LIMIT) }, { true, "news" })
-    watch:close()
+    lu.assertEquals({ watcher:join(LIMIT) }, { true, "news", "file", '["a","bc"]' })
 end
 
-function TestShelf:testWhatDoesNotWaitWorksInATaskAsWell()
-    local words = lpeg.Ct((lpeg.C(lpeg.R("az") ^ 1) + 1) ^ 0)
-    local user = task.start("user", function()
-        local read = cjson.decode(cjson.encode { words = words:match("a, bc") })
-        return read.words, lfs.attributes(folder, "mode"), posix.basename("/a/b")
-    end)
-    lu.assertEquals({ user:join(LIMIT) }, { true, { "a", "bc" }, "directory", "b" })
+function TestZzTheFolderIsRemoved() -- the last in the order of names
+    for name in lfs.dir(folder) do
+        os.remove(folder .. "/" .. name)
+    end
+    lu.assertTrue(lfs.rmdir(folder))
 end

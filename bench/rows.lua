@@ -76,7 +76,8 @@ return {
         goal = { "ratio", atLeast = 0.9 },
         sides = {
             { "agent", [["$BENCH/rows/http" ]] .. agent .. "http_server" },
-            { "cqueues", [[LUA_PATH="$BENCH/?.lua;;" "$BENCH/rows/http" lua5.2 -e 'require "rows.http_server" ()']] },
+            { "cqueues alone", [["$BENCH/rows/http" ]] .. agent .. "http_server alone" },
+            { "cqueues in lua5.2", [[LUA_PATH="$BENCH/?.lua;;" "$BENCH/rows/http" lua5.2 -e 'require "rows.http_server" ()']] },
         },
     },
 }

@@ -1,7 +1,6 @@
 -- A server of lua-http that answers with a line of text; its port is printed. In a task of the agent it
--- waits as the others do, elsewhere it has cqueues for itself.
+-- waits as the others do, "alone" and elsewhere it has cqueues for itself.
 
-local _ = dom and require "task.cqueues"
 local headers = require "http.headers"
 local httpServer = require "http.server"
 
@@ -14,7 +13,10 @@ local function answer(_, stream)
     stream:write_chunk("hello\n", true)
 end
 
-return function()
+return function(host, alone)
+    if host and not alone then
+        require "task.cqueues"
+    end
     local server = assert(httpServer.listen {
         host = "127.0.0.1", port = 0, onstream = answer,
         onerror = function() end, -- the client leaves in the middle; it counts what was not answered

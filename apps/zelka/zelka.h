@@ -80,10 +80,6 @@ class CAgentApp : public wxAppBase {
     void SetServiceStatus(unsigned state, unsigned exitCode, unsigned checkPoint,
                           unsigned waitHint);
 
-    // Once a second, on the main thread: looks for a stall of the application, and tells the
-    // service manager that there is none.
-    void OnTick();
-
     // Ends the main loop with `result`, also before it has begun. From any thread.
     void EndMainLoop(int result);
 
@@ -97,10 +93,12 @@ class CAgentApp : public wxAppBase {
     static void TeardownOncePerProcess();
     void PublishProgramPaths();
 
-    // host/ and watcher/: the main loop, whose end may be asked for before it begins.
+    // host/ and watcher/: the main loop, whose end may be asked for before it begins. Each second
+    // it looks for a stall of the application, and tells the service manager that there is none.
     void QueueEndOfMainLoop(int result) ZELKA_REQUIRES(m_loopMutex);
     void WatchClock();
     void WatchStopSignals();
+    void OnTick();
 
     // host/: the cryptographic provider. Ends the process if a file that FIPS needs is missing.
     void SelectCryptoProvider() const;

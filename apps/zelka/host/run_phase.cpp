@@ -58,6 +58,10 @@ int CAgentApp::OnRun() {
     SetTopWindow(frame);
     (void)frame->Show(false);
     SetExitOnFrameDelete(!m_bBackground);
+    frame->Bind(wxEVT_TIMER, [this](wxTimerEvent& tick) {
+        OnTick();
+        tick.Skip();  // the frame has work of its own
+    });
     (void)frame->Timer().Start(TickInterval(), false);
 
     CScriptThread script;

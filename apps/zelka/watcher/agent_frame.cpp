@@ -41,7 +41,6 @@ WXLRESULT CAgentFrame::MSWWindowProc(WXUINT message, WXWPARAM wParam, WXLPARAM l
 // A notification that fires is armed again by the next tick, so that a run of changes is told once
 // in two seconds at most.
 void CAgentFrame::OnTimer(wxTimerEvent&) {
-    TheAgentApp().OnTick();
     if (m_overlapped.IsArmed() && PollAddrChange()) {
         return;
     }

@@ -1,6 +1,7 @@
 #include "zelka_core/lua/lua_tasks.h"
 
 #include <algorithm>
+#include <exception>
 #include <string>
 
 #include "zelka_core/lua/dom_lua_wait.h"
@@ -30,6 +31,15 @@ class TaskCall : public LuaCall {
         }
         return *task;
     }
+
+    // Raises an error at the author's line: level 1 is a function of the Lua module `task`.
+    [[noreturn]] void Fail(const char* problem) const {
+        luaL_where(L, 2);
+        lua_pushfstring(L, "%s: %s", Member(), problem);
+        lua_concat(L, 2);
+        lua_error(L);
+        std::terminate();  // lua_error does not return
+    }
 };
 
 // start(name, essential, fn, ...): the handle of a new task.
@@ -40,7 +50,7 @@ int Start(const TaskCall& call) {
         call.RaiseType(3, "fn", "a function");
     }
     if (call.Scheduler().IsClosed()) {
-        return luaL_error(call.L, "%s: the application is shutting down", call.Member());
+        call.Fail("the application is shutting down");
     }
     call.Scheduler().Start(call.L, name, isEssential, lua_gettop(call.L) - 3);
     return 1;
@@ -99,7 +109,7 @@ int Ended(const TaskCall& call) {
         return 1;
     }
     if (&task == call.Scheduler().Current()) {
-        return luaL_error(L, "%s: a task cannot wait for itself", call.Member());
+        call.Fail("a task cannot wait for itself");
     }
     lua_getuservalue(L, 1);
     if (lua_isnil(L, -1)) {

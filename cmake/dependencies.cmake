@@ -4,10 +4,13 @@ find_package(Threads REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(spdlog REQUIRED)
 find_package(SQLiteCpp REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
 
 pkg_check_modules(Lua REQUIRED IMPORTED_TARGET lua5.2-c++)
 pkg_check_modules(LibZip REQUIRED IMPORTED_TARGET libzip)
 pkg_check_modules(Sqlite3 REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(Edit REQUIRED IMPORTED_TARGET libedit)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 
 # wxWidgets without its display half. wx-config answers with flags; headers are taken as system ones.

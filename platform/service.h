@@ -121,6 +121,9 @@ void UnblockServiceSignals();
                                                             void* context,
                                                             SERVICE_STATUS_HANDLE& service);
 
+// Has the service stopped as if its manager had asked for it, by the same rules. Any thread.
+void AskServiceToStop();
+
 // Reports to the service manager. `phase` is what an operator reads of it, one line of UTF-8.
 // SERVICE_RUNNING makes the unit active; SERVICE_STOP_PENDING makes it deactivating;
 // SERVICE_STOPPED tells the exit code. A wait hint extends the manager's time limit. RUNNING or

@@ -4,21 +4,24 @@
 #include <wx/intl.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <span>
 #include <vector>
 
-#include "apps/zelka/published_pointer.h"
+#include "apps/zelka/control/control_target.h"
 #include "apps/zelka/watcher/stall_watch.h"
 #include "platform/events.h"
 #include "platform/headless.h"
 #include "platform/service.h"
 #include "zelka_core/mutex.h"
+#include "zelka_core/published_pointer.h"
 #include "zelka_core/store/wait.h"
 
 class ClockChangeWatch;
+class ControlServer;
 class StopSignals;
 class PackageRound;
 class wxCmdLineParser;
@@ -41,7 +44,7 @@ class CLuaInterpreter;
 //
 // Its members are defined in the folders of the subsystems: host/, script/, service/, watcher/,
 // plugins/, companions/.
-class CAgentApp : public wxAppBase {
+class CAgentApp : public wxAppBase, public ControlTarget {
   public:
     CAgentApp();
     ~CAgentApp() override;
@@ -61,7 +64,16 @@ class CAgentApp : public wxAppBase {
     void RethrowStoredException() override;
 
     // The store of the process, from the constructor to the destructor.
-    [[nodiscard]] ZelkaCore::CDom* Dom() const { return m_pDom; }
+    [[nodiscard]] ZelkaCore::CDom* Dom() const override { return m_pDom; }
+
+    // host/: what the control socket asks and wants. Any thread.
+    [[nodiscard]] ZelkaCore::CLuaInterpreter* Interpreter() const override { return m_pLua.Get(); }
+    [[nodiscard]] RunPhase Phase() const override { return m_phase; }
+    [[nodiscard]] std::chrono::milliseconds Uptime() const override;
+    [[nodiscard]] bool IsService() const override { return m_isService; }
+    [[nodiscard]] bool IsHardened() const override { return m_isService && m_bHardened; }
+    void Stop() override;
+    bool Reload(wxString& problem) override;
 
     // The run sequence, on the script thread: becomes a service, or runs the application module's
     // init, main (or the unit test) and shutdown. Returns the process's exit code.
@@ -97,6 +109,7 @@ class CAgentApp : public wxAppBase {
     // it looks for a stall of the application, and tells the service manager that there is none.
     void QueueEndOfMainLoop(int result) ZELKA_REQUIRES(m_loopMutex);
     void WatchClock();
+    std::unique_ptr<ControlServer> OpenControlSocket();  // null if there is none
     void WatchStopSignals();
     void OnTick();
 
@@ -115,7 +128,7 @@ class CAgentApp : public wxAppBase {
     void OpenLog();
     void OpenConfiguration();
     [[nodiscard]] wxString TraceListOf(const wxConfigBase& config) const;
-    void ApplyTraceList(const wxString& modules);
+    void ApplyTraceList(const wxString& modules) ZELKA_EXCLUDES(m_iniMutex);
 
     // script/: the Lua application. Each returns 0 to go on and anything else to stop; failures
     // have told standard error why.
@@ -181,8 +194,9 @@ class CAgentApp : public wxAppBase {
     enum class LoopState { kAwaited, kRunning, kOver };
 
     // Any thread. The store guards itself; the interpreter's state is guarded by its own lock.
-    ZelkaCore::CDom* m_pDom = nullptr;                    // owned; constant after construction
-    PublishedPointer<ZelkaCore::CLuaInterpreter> m_pLua;  // owned; made by StartAppModule
+    ZelkaCore::CDom* m_pDom = nullptr;  // owned; constant after construction
+    ZelkaCore::PublishedPointer<ZelkaCore::CLuaInterpreter>
+        m_pLua;  // owned; made by StartAppModule
     ZelkaCore::Mutex m_loopMutex;
     LoopState m_loopState ZELKA_GUARDED_BY(m_loopMutex) = LoopState::kAwaited;
     std::optional<int> m_earlyResult ZELKA_GUARDED_BY(m_loopMutex);  // came before the loop
@@ -204,8 +218,12 @@ class CAgentApp : public wxAppBase {
     wxString m_strExtDir;            // value of the option extdir
     wxString m_strUnitTest;          // value of the option unittest, if accepted
 
-    // Likewise, but the script thread, which handles controls, owns it then.
-    wxString m_strIniTrace;  // the trace modules that the ini files have last named
+    // Any thread.
+    ZelkaCore::Mutex m_iniMutex;
+    wxString m_strIniTrace ZELKA_GUARDED_BY(m_iniMutex);  // what the ini files have last named
+    std::atomic<RunPhase> m_phase = RunPhase::kStarting;
+    std::atomic<bool> m_isService = false;
+    const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 
     // Likewise, but the thread that runs Lua owns them then, and changes them.
     bool m_bBackground = false;            // run as a service

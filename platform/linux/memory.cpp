@@ -39,6 +39,14 @@ std::uint64_t AvailableMemory() {
     return std::min(physical, ControlGroupLimit());
 }
 
+std::uint64_t ResidentMemory() {
+    std::ifstream file("/proc/self/statm");
+    std::uint64_t size = 0;
+    std::uint64_t resident = 0;
+    return file >> size >> resident ? resident * static_cast<std::uint64_t>(sysconf(_SC_PAGE_SIZE))
+                                    : 0;
+}
+
 int _heapmin() {
     (void)malloc_trim(0);
     return 0;

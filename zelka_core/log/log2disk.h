@@ -19,4 +19,15 @@ class CLog2Disk : public wxLog {
     void DoLogTextAtLevel(wxLogLevel level, const wxString& text) override;
 };
 
+// Lets the records of a thread go to the log at once, for as long as it is there. Without a target
+// of their own they wait for the main loop, behind later trace lines, and are lost when a script
+// ends the process.
+class ThreadLogTarget {
+  public:
+    ThreadLogTarget() { delete wxLog::SetThreadActiveTarget(new CLog2Disk); }
+    ~ThreadLogTarget() { delete wxLog::SetThreadActiveTarget(nullptr); }
+    ThreadLogTarget(const ThreadLogTarget&) = delete;
+    ThreadLogTarget& operator=(const ThreadLogTarget&) = delete;
+};
+
 }  // namespace ZelkaCore

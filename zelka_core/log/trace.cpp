@@ -4,6 +4,7 @@
 #include <wx/filename.h>
 #include <wx/tokenzr.h>
 
+#include <algorithm>
 #include <atomic>
 #include <deque>
 
@@ -24,7 +25,16 @@ struct Module {
     const wxString name;
     std::atomic<bool> listed = false;  // by the last SetTraceModules
     std::atomic<unsigned> added = 0;   // how often, by AddTraceModules
+    enum class Switch { kNone, kOn, kOff };
+    std::atomic<Switch> switched = Switch::kNone;
     std::atomic<Module*> next = nullptr;
+
+    [[nodiscard]] bool IsEnabled() const {
+        const Switch byOperator = switched.load(std::memory_order_relaxed);
+        return byOperator != Switch::kNone ? byOperator == Switch::kOn
+                                           : listed.load(std::memory_order_relaxed) ||
+                                                 added.load(std::memory_order_relaxed) != 0;
+    }
 };
 
 std::atomic<Module*> g_modules = nullptr;
@@ -71,8 +81,7 @@ void ForEach(const Change& change) ZELKA_REQUIRES(g_writers) {
 
 bool LogTraceIsEnabled(const wxString& module) {
     const Module* found = FindModule(module);
-    return found != nullptr && (found->listed.load(std::memory_order_relaxed) ||
-                                found->added.load(std::memory_order_relaxed) != 0);
+    return found != nullptr && found->IsEnabled();
 }
 
 void LogTrace(const wxString& module, const char* file, int line, const char* function,
@@ -108,6 +117,23 @@ void RemoveTraceModules(const wxString& modules) {
 void ClearAddedTraceModules() {
     const MutexLock lock(g_writers);
     ForEach([](Module& module) { module.added = 0; });
+}
+
+void SwitchTraceModule(const wxString& module, bool on) {
+    const MutexLock lock(g_writers);
+    GetModule(module).switched = on ? Module::Switch::kOn : Module::Switch::kOff;
+}
+
+std::vector<wxString> EnabledTraceModules() {
+    std::vector<wxString> names;
+    const MutexLock lock(g_writers);
+    ForEach([&](const Module& module) {
+        if (module.IsEnabled()) {
+            names.push_back(module.name);
+        }
+    });
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 }  // namespace ZelkaCore

@@ -2,6 +2,8 @@
 
 #include <wx/string.h>
 
+#include <vector>
+
 // The trace: diagnostic lines that are written only while their module is enabled. They go to the
 // same file as the log (log_file.h). Every function may be called from any thread.
 
@@ -19,10 +21,15 @@ void LogTrace(const wxString& module, const char* file, int line, const char* fu
 // AddTraceModules has named since ClearAddedTraceModules. RemoveTraceModules takes one
 // AddTraceModules of the same modules back: what was added more often stays. `modules` is a list of
 // names separated by commas; blanks around a name do not count.
+// SwitchTraceModule goes before both, whatever was or will be named: a decision of the operator.
 void SetTraceModules(const wxString& modules);
 void AddTraceModules(const wxString& modules);
 void RemoveTraceModules(const wxString& modules);
 void ClearAddedTraceModules();
+void SwitchTraceModule(const wxString& module, bool on);
+
+// Sorted by name.
+std::vector<wxString> EnabledTraceModules();
 
 }  // namespace ZelkaCore
 

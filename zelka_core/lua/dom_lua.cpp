@@ -1,7 +1,5 @@
 #include "zelka_core/lua/dom_lua.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstddef>
 #include <system_error>
 
@@ -201,14 +199,6 @@ constexpr MemberRow kMembers[] = {
 DomCall::DomCall(lua_State* state, const char* member)
     : LuaCall(state, member),
       dom(*static_cast<CDom*>(SLB3::internal::CheckObject(state, 1, kDomClass, member))) {
-}
-
-bool IsSecretName(const std::string& name) {
-    std::string lower = name;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower.find("password") != std::string::npos ||
-           lower.find("secret") != std::string::npos || lower.find("token") != std::string::npos;
 }
 
 }  // namespace ZelkaCore

@@ -25,10 +25,6 @@ class DomCall : public LuaCall {
 // stack. A C++ exception that leaves it becomes a Lua error.
 using DomMember = int (*)(const DomCall& call);
 
-// Whether the value of that name must not be shown: the name holds "password", "secret" or "token",
-// in any case.
-bool IsSecretName(const std::string& name);
-
 }  // namespace ZelkaCore
 
 template <>

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/memory.h"
+#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_hook.h"
 #include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/text.h"
@@ -16,6 +17,8 @@
 namespace ZelkaCore {
 
 namespace {
+
+constexpr auto kRelaxed = std::memory_order_relaxed;  // for figures that stand alone
 
 std::string ReadToEnd(wxInputStream& stream) {
     std::string text;
@@ -112,6 +115,7 @@ CLuaInterpreter::~CLuaInterpreter() {
     const CLuaStateLock::Hold hold(m_lock);
     m_closing = true;
     lua_close(m_L);
+    delete m_scheduler.Take();
 }
 
 CLuaInterpreter* CLuaInterpreter::Of(lua_State* L) {
@@ -174,22 +178,25 @@ int CLuaInterpreter::CallChunk(const std::string& text, int arguments, int resul
 }
 
 CTaskScheduler& CLuaInterpreter::Scheduler(CDom& dom) {
-    if (!m_scheduler) {
-        m_scheduler = std::make_unique<CTaskScheduler>(*this, dom);
+    if (m_scheduler.Get() == nullptr) {
+        m_scheduler = new CTaskScheduler(*this, dom);
     }
     return *m_scheduler;
 }
 
 void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize) {
     auto& interpreter = *static_cast<CLuaInterpreter*>(self);
-    const std::uint64_t used = interpreter.m_memoryUsed - (block != nullptr ? oldSize : 0);
+    const std::uint64_t used =
+        interpreter.m_memoryUsed.load(kRelaxed) - (block != nullptr ? oldSize : 0);
     if (newSize == 0) {
         std::free(block);
-        interpreter.m_memoryUsed = used;
+        interpreter.m_memoryUsed.store(used, kRelaxed);
         return nullptr;
     }
     const bool grows = block == nullptr || newSize > oldSize;
-    if (grows && used + newSize + interpreter.m_memoryOutside > interpreter.m_memoryLimit &&
+    if (grows &&
+        used + newSize + interpreter.m_memoryOutside.load(kRelaxed) >
+            interpreter.m_memoryLimit.load(kRelaxed) &&
         !interpreter.m_lock.IsServing()) {
         return nullptr;  // Lua collects garbage and asks once more, then raises an error
     }
@@ -197,13 +204,17 @@ void* CLuaInterpreter::Allocate(void* self, void* block, std::size_t oldSize, st
     if (moved == nullptr) {
         return grows ? nullptr : block;
     }
-    interpreter.m_memoryUsed = used + newSize;
+    interpreter.m_memoryUsed.store(used + newSize, kRelaxed);
     return moved;
 }
 
-// print, as Lua has it, but to the output of the running chunk.
+// print, as Lua has it, but to the output of the running task or chunk.
 int CLuaInterpreter::Print(lua_State* L) {
-    const CLuaInterpreter* self = Of(L);
+    return CallGuarded(L, PrintArguments);
+}
+
+int CLuaInterpreter::PrintArguments(lua_State* L) {
+    std::string line;
     const int count = lua_gettop(L);
     lua_getglobal(L, "tostring");
     for (int i = 1; i <= count; ++i) {
@@ -215,18 +226,20 @@ int CLuaInterpreter::Print(lua_State* L) {
         if (text == nullptr) {
             return luaL_error(L, "'tostring' must return a string to 'print'");
         }
-        if (i > 1) {
-            self->WriteOutput("\t", 1);
-        }
-        self->WriteOutput(text, size);
+        line.append(i > 1 ? "\t" : "").append(text, size);
         lua_pop(L, 1);
     }
-    self->WriteOutput("\n", 1);
+    line += '\n';
+    Of(L)->WriteOutput(line.data(), line.size());
     return 0;
 }
 
 void CLuaInterpreter::WriteOutput(const char* text, std::size_t size) const {
-    if (m_output != nullptr) {
+    const CTaskScheduler* const scheduler = SchedulerIfAny();
+    const Task* const task = scheduler != nullptr ? scheduler->Current() : nullptr;
+    if (task != nullptr && task->output) {
+        task->output->Write({text, size});
+    } else if (m_output != nullptr) {
         m_output->Write(text, size);
     } else {
         (void)std::fwrite(text, 1, size, stdout);

@@ -3,13 +3,14 @@
 #include <wx/stream.h>
 #include <wx/string.h>
 
+#include <atomic>
 #include <cstdint>
 #include <lua.hpp>
-#include <memory>
 #include <string>
 
 #include "zelka_core/lua/lua_state_lock.h"
 #include "zelka_core/lua/lua_stretch.h"
+#include "zelka_core/published_pointer.h"
 
 namespace ZelkaCore {
 
@@ -72,7 +73,12 @@ class CLuaInterpreter {
     // `dom` has to outlive the interpreter's state.
     CTaskScheduler& Scheduler(CDom& dom);
     // The same; null before the first call of that.
-    [[nodiscard]] CTaskScheduler* SchedulerIfAny() const { return m_scheduler.get(); }
+    [[nodiscard]] CTaskScheduler* SchedulerIfAny() const { return m_scheduler.Get(); }
+
+    // The memory that the state uses, with what is counted into its limit, and that limit. Any
+    // thread.
+    [[nodiscard]] std::uint64_t MemoryUsed() const { return m_memoryUsed + m_memoryOutside; }
+    [[nodiscard]] std::uint64_t MemoryLimit() const { return m_memoryLimit; }
 
     // How long Lua code runs without waiting.
     [[nodiscard]] LuaStretch& Stretch() { return m_stretch; }
@@ -80,6 +86,7 @@ class CLuaInterpreter {
   private:
     static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
     static int Print(lua_State* L);
+    static int PrintArguments(lua_State* L);
 
     int CallChunk(const std::string& text, int arguments, int results, const wxString& name);
     void WriteOutput(const char* text, std::size_t size) const;
@@ -91,14 +98,16 @@ class CLuaInterpreter {
     CLuaStateLock m_lock;
     LuaStretch m_stretch;
 
+    // Written by the thread that holds m_lock.
+    std::atomic<std::uint64_t> m_memoryLimit;
+    std::atomic<std::uint64_t> m_memoryUsed = 0;
+    std::atomic<std::uint64_t> m_memoryOutside = 0;
+    PublishedPointer<CTaskScheduler> m_scheduler;  // owned
+
     // Guarded by m_lock.
-    std::uint64_t m_memoryLimit;
-    std::uint64_t m_memoryUsed = 0;
-    std::uint64_t m_memoryOutside = 0;
     bool m_closing = false;
     wxString m_errorInfo;
     wxOutputStream* m_output = nullptr;
-    std::unique_ptr<CTaskScheduler> m_scheduler;
 };
 
 }  // namespace ZelkaCore

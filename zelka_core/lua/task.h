@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <lua.hpp>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -12,6 +14,15 @@
 namespace ZelkaCore {
 
 class CTaskScheduler;
+
+// Where a task prints to, in the place of the output of the whole application.
+class TaskOutput {
+  public:
+    virtual ~TaskOutput() = default;
+
+    // May raise an error by throwing std::exception.
+    virtual void Write(std::string_view text) = 0;
+};
 
 // What a task has seen of the store's conditions.
 struct TaskLooks {
@@ -61,6 +72,7 @@ class Task : public TaskLooks, public CWait {
     Clock::time_point since = Clock::now();  // when it came into its status
     std::optional<WaitResult> result;        // of the wait from which it goes on next
     std::vector<lua_State*> parked;          // its coroutines that wait, the innermost first
+    std::shared_ptr<TaskOutput> output;      // null: it has none of its own
     CSignal* ended = nullptr;                // for those who wait for it; beside the handle
 
   private:

@@ -106,6 +106,9 @@ void CTaskScheduler::Queue(Task& task) {
     if (!std::exchange(task.isQueued, true)) {
         m_ready.push_back(&task);
     }
+    if (m_interpreter.Lock().IsServing()) {
+        m_engine.Wake();  // the thread that runs Lua may sleep meanwhile
+    }
 }
 
 void CTaskScheduler::Forget(Task& task) {
@@ -114,7 +117,7 @@ void CTaskScheduler::Forget(Task& task) {
     }
 }
 
-void CTaskScheduler::Start(lua_State* L, const std::string& name, bool essential, int arguments) {
+Task& CTaskScheduler::Start(lua_State* L, const std::string& name, bool essential, int arguments) {
     luaL_checkstack(L, 5, "no room to start a task");
     const int first = lua_gettop(L) - arguments;
     lua_State* thread = lua_newthread(L);
@@ -130,6 +133,7 @@ void CTaskScheduler::Start(lua_State* L, const std::string& name, bool essential
     task.arguments = arguments;
     ++m_living;
     Queue(task);
+    return task;
 }
 
 bool CTaskScheduler::Cancel(Task& task) {

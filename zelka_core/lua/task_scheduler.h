@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -42,7 +43,8 @@ class CTaskScheduler {
 
     // Makes a task of the function and the arguments on top of the stack, and leaves its handle in
     // their place. It runs from the next wait on. Raises a Lua error if there is no memory.
-    void Start(lua_State* L, const std::string& name, bool essential, int arguments);
+    // This and Cancel also in work of another thread (lua_state_lock.h).
+    Task& Start(lua_State* L, const std::string& name, bool essential, int arguments);
 
     // Has the task's wait, this one or the next, and each later one raise an error. False if it has
     // ended.
@@ -85,7 +87,7 @@ class CTaskScheduler {
     // The Lua thread that waits outside of tasks and lets them run; null if there is none.
     [[nodiscard]] lua_State* Outside() const { return m_outside; }
 
-    // How many tasks have not ended. The signal fires when it has become 0.
+    // How many tasks have not ended; any thread. The signal fires when it has become 0.
     [[nodiscard]] std::size_t Living() const { return m_living; }
     [[nodiscard]] CSignal& AllEnded() { return m_allEnded; }
 
@@ -144,7 +146,7 @@ class CTaskScheduler {
     bool m_blockTold = false;
     bool m_closed = false;
     bool m_essentialFailed = false;
-    std::size_t m_living = 0;
+    std::atomic<std::size_t> m_living = 0;
     std::optional<Clock::time_point> m_stopSeen;
     std::optional<Clock::time_point> m_endAt;
 };

@@ -143,20 +143,48 @@ bool AgentDatabase::EventWrite(const CAgentEvent& event) {
 
 bool AgentDatabase::Events(std::int64_t afterId, std::int64_t limit,
                            std::vector<StoredAgentEvent>& events) {
+    return SelectEvents(
+        "SELECT id, code, severity, jtime, time, data FROM agent_event"
+        " WHERE id > ? ORDER BY id LIMIT ?",
+        afterId, limit, events);
+}
+
+bool AgentDatabase::LastEvents(std::int64_t count, std::vector<StoredAgentEvent>& events) {
+    return SelectEvents(
+        "SELECT id, code, severity, jtime, time, data FROM"
+        " (SELECT * FROM agent_event WHERE id > ? ORDER BY id DESC LIMIT ?) ORDER BY id",
+        0, count, events);
+}
+
+bool AgentDatabase::SelectEvents(const char* query, std::int64_t first, std::int64_t second,
+                                 std::vector<StoredAgentEvent>& events) {
     std::vector<StoredAgentEvent> found;
     const bool ran = Run(Access::Read, "read events", [&](SQLite::Database& database) {
         found.clear();
-        SQLite::Statement query(database,
-                                "SELECT id, code, severity, jtime, time, data FROM agent_event"
-                                " WHERE id > ? ORDER BY id LIMIT ?");
-        query.bind(1, afterId);
-        query.bind(2, limit);
-        while (query.executeStep()) {
-            found.push_back({query.getColumn(0).getInt64(), EventOf(query)});
+        SQLite::Statement rows(database, query);
+        rows.bind(1, first);
+        rows.bind(2, second);
+        while (rows.executeStep()) {
+            found.push_back({rows.getColumn(0).getInt64(), EventOf(rows)});
         }
     });
     if (ran) {
         events = std::move(found);
+    }
+    return ran;
+}
+
+bool AgentDatabase::Settings(std::vector<std::pair<std::string, std::string>>& settings) {
+    std::vector<std::pair<std::string, std::string>> found;
+    const bool ran = Run(Access::Read, "read settings", [&](SQLite::Database& database) {
+        found.clear();
+        SQLite::Statement rows(database, "SELECT name, value FROM setting ORDER BY name");
+        while (rows.executeStep()) {
+            found.emplace_back(rows.getColumn(0).getString(), rows.getColumn(1).getString());
+        }
+    });
+    if (ran) {
+        settings = std::move(found);
     }
     return ran;
 }

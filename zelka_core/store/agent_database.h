@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zelka_core/mutex.h"
@@ -68,6 +69,12 @@ class AgentDatabase {
     // any negative number: all). Replaces `events`.
     bool Events(std::int64_t afterId, std::int64_t limit, std::vector<StoredAgentEvent>& events);
 
+    // The last `count` events, in order of id. Replaces `events`.
+    bool LastEvents(std::int64_t count, std::vector<StoredAgentEvent>& events);
+
+    // All settings, names and values, sorted by name. Replaces `settings`.
+    bool Settings(std::vector<std::pair<std::string, std::string>>& settings);
+
   private:
     // What an operation does when there is no database: finds nothing, as there is nothing to read
     // or to change, or makes it.
@@ -77,6 +84,8 @@ class AgentDatabase {
     using Work = std::function<void(SQLite::Database&)>;
 
     bool Run(Access access, const char* task, const Work& work) ZELKA_EXCLUDES(m_mutex);
+    bool SelectEvents(const char* query, std::int64_t first, std::int64_t second,
+                      std::vector<StoredAgentEvent>& events);
     void Use(Access access, const Work& work) ZELKA_REQUIRES(m_mutex);
     [[nodiscard]] std::optional<FolderLock> LockFolder(Access access, FolderLock::Kind kind) const;
     State Connect(Access access, bool exclusive) ZELKA_REQUIRES(m_mutex);

@@ -198,13 +198,27 @@ void CDom::AgentEventWrite(CAgentEvent& event) {
 
 bool CDom::TryAgentEventWrite(const CAgentEvent& event) {
     AgentDatabase* database = Database();
-    return database != nullptr && database->EventWrite(event);
+    if (database == nullptr || !database->EventWrite(event)) {
+        return false;
+    }
+    (void)m_conditions.Raise("app.agentEvent");
+    return true;
 }
 
 bool CDom::AgentEvents(std::int64_t afterId, std::int64_t limit,
                        std::vector<StoredAgentEvent>& events) {
     AgentDatabase* database = Database();
     return database != nullptr && database->Events(afterId, limit, events);
+}
+
+bool CDom::LastAgentEvents(std::int64_t count, std::vector<StoredAgentEvent>& events) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->LastEvents(count, events);
+}
+
+bool CDom::Settings(std::vector<std::pair<std::string, std::string>>& settings) {
+    AgentDatabase* database = Database();
+    return database != nullptr && database->Settings(settings);
 }
 
 // The database of the working folder that was set when it was first asked for; null before that.

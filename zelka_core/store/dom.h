@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -93,7 +94,8 @@ class CDom {
     // keeps both in the file `zelk_agent.db` of the plug-in `zelka_core`. Before `app.path.work` is
     // set there are none, and nothing can be written. SettingRetrieve is true if there is a
     // setting; the output is untouched otherwise. AgentEventWrite takes a complete event and keeps
-    // no reference to it; that it could not be written stands in the log.
+    // no reference to it; that it could not be written stands in the log. Each one that could
+    // raises the condition `app.agentEvent`.
     bool SettingStore(const std::string& name, const std::string& value);
     bool SettingRetrieve(const std::string& name, std::string& value);
     bool SettingRetrieve(const wxString& name, wxString& value);
@@ -102,6 +104,8 @@ class CDom {
     bool TryAgentEventWrite(const CAgentEvent& event);
     bool AgentEvents(std::int64_t afterId, std::int64_t limit,
                      std::vector<StoredAgentEvent>& events);
+    bool LastAgentEvents(std::int64_t count, std::vector<StoredAgentEvent>& events);
+    bool Settings(std::vector<std::pair<std::string, std::string>>& settings);
 
     // Puts a searcher for the archives that `app.lua.zippath` names at this moment, separated by
     // ';', into `package.searchers` of a Lua state, behind `package.preload` and before the search

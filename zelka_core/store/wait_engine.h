@@ -32,6 +32,9 @@ class CWaitEngine {
     // the system refuses to wait.
     void Sleep();
 
+    // Ends the sleep under way or the next one. Any thread.
+    void Wake() const { m_poller.Wake(); }
+
   private:
     friend class CWait;
 

@@ -21,7 +21,7 @@ struct VarlinkCall {
 struct VarlinkReply {
     Json parameters = Json::object();
     bool continues = false;  // another one follows
-    std::string error;       // the error's name with its interface; empty: it is none
+    std::string error = {};  // the error's name with its interface; empty: it is none
 };
 
 // Takes messages out of the bytes of a connection.

@@ -119,21 +119,26 @@ wxString CAgentApp::TraceListOf(const wxConfigBase& config) const {
 
 // Modules that something else has added as well stay.
 void CAgentApp::ApplyTraceList(const wxString& modules) {
+    const ZelkaCore::MutexLock lock(m_iniMutex);
     ZelkaCore::RemoveTraceModules(m_strIniTrace);
     m_strIniTrace = modules;
     (void)m_pDom->SetWx("app.trace+", modules);
 }
 
-// On the script thread. The framework's own configuration object is the main thread's and stays as
-// it is.
 void CAgentApp::ReloadConfiguration(const Control&) {
-    const ZelkaCore::IniPaths paths = IniFilesOf(*m_pDom);
     wxString problem;
+    (void)Reload(problem);
+}
+
+// On any thread. The framework's own configuration object is the main thread's and stays as it is.
+bool CAgentApp::Reload(wxString& problem) {
+    const ZelkaCore::IniPaths paths = IniFilesOf(*m_pDom);
     if (!ZelkaCore::CheckIniFiles(paths, problem)) {
         wxLogError("The configuration stays as it is: %s", problem);
-        return;
+        return false;
     }
     ApplyTraceList(TraceListOf(*ZelkaCore::OpenIniFiles(paths)));
     wxLogVerbose("The configuration was read anew");
     (void)m_pDom->ConditionRaise("app.configChanged");
+    return true;
 }

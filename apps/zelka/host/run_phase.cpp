@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "apps/zelka/control/control_server.h"
 #include "apps/zelka/host/script_thread.h"
 #include "apps/zelka/host/start_failure.h"
 #include "apps/zelka/watcher/agent_frame.h"
@@ -64,6 +65,7 @@ int CAgentApp::OnRun() {
     });
     (void)frame->Timer().Start(TickInterval(), false);
 
+    const auto control = OpenControlSocket();
     CScriptThread script;
     (void)script.SetDom(m_pDom);
     script.start(kNormalPriority, true, 0);

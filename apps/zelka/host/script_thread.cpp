@@ -5,16 +5,6 @@
 
 namespace {
 
-// Lets the records of the thread go to the log at once. Without a target of its own they wait for
-// the main loop, behind later trace lines, and are lost when a script ends the process.
-class ThreadLogTarget {
-  public:
-    ThreadLogTarget() { delete wxLog::SetThreadActiveTarget(new ZelkaCore::CLog2Disk); }
-    ~ThreadLogTarget() { delete wxLog::SetThreadActiveTarget(nullptr); }
-    ThreadLogTarget(const ThreadLogTarget&) = delete;
-    ThreadLogTarget& operator=(const ThreadLogTarget&) = delete;
-};
-
 // Ends the main loop when it goes, so that no way out of the thread leaves the process hanging.
 class MainLoopEnder {
   public:
@@ -37,7 +27,7 @@ CScriptThread::~CScriptThread() {
 }
 
 void CScriptThread::ThreadMain() {
-    const ThreadLogTarget log;
+    const ZelkaCore::ThreadLogTarget log;
     MainLoopEnder ender;
     ender.SetResult(TheAgentApp().OnRunScript());
 }

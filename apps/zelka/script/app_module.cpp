@@ -24,6 +24,7 @@ int CAgentApp::StartAppModule() {
     if (const int result = RunStringChunk(load)) {
         return result;
     }
+    m_phase = RunPhase::kInit;
     return RunAppMethod(L"init");
 }
 

@@ -19,16 +19,20 @@ int CAgentApp::OnRunScript() {
         if (const int result = StartAppModule()) {
             return result;
         }
+        m_phase = RunPhase::kMain;
         if (const int result = m_strUnitTest.empty() ? RunAppMethod(L"main") : RunUnitTest()) {
             return result;
         }
         RunTasks();
         EndTasks();
         (void)SetUnhandledExceptionFilter(nullptr);
+        m_phase = RunPhase::kShutdown;
         const int result = RunAppMethod(L"shutdown");
         return result != 0 ? result : ResultOfTasks();
     };
-    return ExitStatusOf(static_cast<DWORD>(run()));
+    const int result = run();
+    m_phase = RunPhase::kOver;
+    return ExitStatusOf(static_cast<DWORD>(result));
 }
 
 // True if the process was a service, or should have been one and could not; `result` is the

@@ -71,6 +71,7 @@ WaitResult CAgentApp::WaitWithTasks(std::vector<ZelkaCore::Awaited> items,
 }
 
 void CAgentApp::RunTasks() {
+    m_phase = RunPhase::kTasks;
     CTaskScheduler& scheduler = m_pLua->Scheduler(*m_pDom);
     if (scheduler.Living() != 0 && !m_pDom->StopRequested()) {
         (void)WaitWithTasks({ZelkaCore::AwaitedSignal{&scheduler.AllEnded(), {}}, "app.stop"},
@@ -81,6 +82,7 @@ void CAgentApp::RunTasks() {
 // Tasks see `app.stop` and have some time to end by themselves. Those that do not are cancelled and
 // have as long again, to tidy up. What does not end then is left behind.
 void CAgentApp::EndTasks() {
+    m_phase = RunPhase::kStopping;
     CTaskScheduler& scheduler = m_pLua->Scheduler(*m_pDom);
     const auto patience = scheduler.Patience();
     scheduler.Close();

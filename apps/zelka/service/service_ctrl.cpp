@@ -10,6 +10,7 @@
 #include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/lua_work.h"
 
 using ZelkaCore::CDom;
 
@@ -27,33 +28,21 @@ struct DumpRequest {
     DumpDepth depth;
 };
 
-// Runs the dump in protected mode: all that can fail is inside.
-int DumpProtected(lua_State* L) {
-    const auto request = *static_cast<const DumpRequest*>(lua_touserdata(L, 1));
-    lua_settop(L, 0);
-    PushDom(L, request.dom);
-    if (request.depth != DumpDepth::kBrief) {
-        const bool isFull = request.depth == DumpDepth::kFull;
-        lua_pushnil(L);              // every Lua thread
-        lua_pushboolean(L, isFull);  // locals
-        lua_pushboolean(L, true);    // tracebacks
-        if (isFull) {
-            lua_pushboolean(L, true);  // variables
-        }
-    }
-    return CDom::DumpAllLua(L);
-}
-
 void Dump(lua_State* L, DumpRequest request) {
-    constexpr int kSlots = 2;
-    if (!lua_checkstack(L, kSlots)) {
-        return;
+    std::string error;
+    const auto dump = [&](lua_State* state) {
+        lua_settop(state, 0);
+        PushDom(state, request.dom);
+        const bool isFull = request.depth == DumpDepth::kFull;
+        lua_pushnil(state);                                          // every Lua thread
+        lua_pushboolean(state, isFull);                              // locals
+        lua_pushboolean(state, request.depth != DumpDepth::kBrief);  // tracebacks
+        lua_pushboolean(state, isFull);                              // variables
+        (void)CDom::DumpAllLua(state);
+    };
+    if (!ZelkaCore::RunProtected(L, dump, error)) {
+        wxLogWarning("The dump is not complete: %s", wxString::FromUTF8(error));
     }
-    const int top = lua_gettop(L);
-    lua_pushcclosure(L, DumpProtected, 0);
-    lua_pushlightuserdata(L, &request);
-    (void)lua_pcallk(L, 1, 0, 0, 0, nullptr);
-    lua_settop(L, top);
 }
 
 // The phase in words that an operator reads.

@@ -48,6 +48,7 @@ void ServiceMainEntry(DWORD argc, const wchar_t** argv) {
 }
 
 void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
+    m_isService = true;
     ZelkaCore::CLog2Disk::UseJournal();
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() - svc name is '%s'", arguments[0]);
     (void)m_pDom->SetWx("app.windows.service.name", arguments[0]);
@@ -66,6 +67,7 @@ void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() SERVICE_START_PENDING");
     SetServiceStatus(SERVICE_START_PENDING, 0, 0, 0);
     const unsigned exitCode = RunService(count, arguments);
+    m_phase = RunPhase::kOver;
     SetServiceStatus(SERVICE_STOPPED, exitCode, 0, 0);
 }
 
@@ -100,6 +102,7 @@ unsigned CAgentApp::RunService(unsigned count, const wchar_t** arguments) {
     }
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() SERVICE_RUNNING");
     SetServiceStatus(SERVICE_RUNNING, 0, 0, 0);
+    m_phase = RunPhase::kMain;
     if (const int status = RunAppMethod(L"main")) {
         ZELKA_TRACE("Srvc", kFunction,
                     "ServiceMain() Lua main code returned status of %d - shutting down", status);
@@ -135,6 +138,7 @@ unsigned CAgentApp::CreateServiceEvents() {
 
 // Returns when the service has to stop: asked to, or because it can no longer be asked.
 void CAgentApp::WaitForStop() {
+    m_phase = RunPhase::kTasks;
     std::vector<ZelkaCore::Awaited> events{FindEvent(m_hStopEvent)};
     if (EventPtr harden = FindEvent(m_hHardenEvent)) {
         events.emplace_back(std::move(harden));
@@ -179,6 +183,7 @@ unsigned CAgentApp::StopService() {
     (void)m_pDom->SetNil("app.windows.service.stopEvent");
     (void)CloseHandle(m_hStopEvent.exchange(INVALID_HANDLE_VALUE));
     (void)SetUnhandledExceptionFilter(nullptr);
+    m_phase = RunPhase::kShutdown;
     int status = RunAppMethod(L"shutdown");
     if (status == 0) {
         status = ResultOfTasks();

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "zelka_core/lua/lua_dump.h"
 #include "zelka_core/lua/lua_interpreter.h"
+#include "zelka_core/lua/lua_report.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"

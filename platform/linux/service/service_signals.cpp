@@ -1,5 +1,7 @@
 #include "platform/linux/service/service_signals.h"
 
+#include <unistd.h>
+
 #include "platform/linux/service/systemd.h"
 
 sigset_t ServiceSignals(const ServiceProfile& profile) {
@@ -30,4 +32,8 @@ DWORD ControlOf(const signalfd_siginfo& signal, const ServiceProfile& profile) {
         }
     }
     return static_cast<DWORD>(signal.ssi_int);
+}
+
+void AskServiceToStop() {
+    (void)kill(getpid(), SIGTERM);
 }

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+namespace ZelkaCore {
+
 // A pointer that one thread sets when the object is complete, and that others may read meanwhile.
 template <typename T>
 class PublishedPointer {
@@ -23,3 +25,5 @@ class PublishedPointer {
   private:
     std::atomic<T*> m_pointer = nullptr;
 };
+
+}  // namespace ZelkaCore

@@ -27,14 +27,17 @@ std::error_code VarlinkClient::Send(const VarlinkCall& call) {
     std::string_view rest = message;
     while (!rest.empty()) {
         std::size_t sent = 0;
-        if (const auto error = SendSome(m_connection.Get(), rest, sent)) {
+        const auto error = SendSome(m_connection.Get(), rest, sent);
+        if (error == std::errc::broken_pipe || error == std::errc::connection_reset) {
+            return {};
+        }
+        if (error) {
             return error;
         }
         rest.remove_prefix(sent);
-        if (sent == 0) {
-            if (const auto error = Await(Poller::kWritable, std::nullopt)) {
-                return error;
-            }
+        if (const auto late =
+                sent == 0 ? Await(Poller::kWritable, std::nullopt) : std::error_code()) {
+            return late;
         }
     }
     return {};

@@ -19,7 +19,8 @@ class VarlinkClient {
     // ENOENT, ECONNREFUSED: no service is there.
     [[nodiscard]] std::error_code Connect(const std::string& path);
 
-    // Sends a call, and waits until it is out.
+    // Sends a call, and waits until it is out. A service that does not take it says why in what
+    // Receive gives.
     [[nodiscard]] std::error_code Send(const VarlinkCall& call);
 
     // Waits for the next reply. ETIMEDOUT at the deadline, ECONNRESET when the service has gone,

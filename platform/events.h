@@ -2,10 +2,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <system_error>
-
-#include "platform/error.h"
 
 // Events: flags that threads wait for. A handle is a number: it survives a round trip through a
 // 64-bit integer, and no number is ever given out twice in a process, so an old or invented handle
@@ -14,30 +11,18 @@
 using HANDLE = std::intptr_t;
 
 inline constexpr HANDLE INVALID_HANDLE_VALUE = -1;
-inline constexpr DWORD INFINITE = 0xFFFFFFFF;  // a time-out, in milliseconds: wait without limit
-inline constexpr DWORD WAIT_OBJECT_0 = 0;      // plus the index of the event that was signalled
-inline constexpr DWORD WAIT_TIMEOUT = 258;
-inline constexpr std::size_t MAXIMUM_WAIT_OBJECTS = 64;
 
-// A new event, not inherited by child processes. One with manual reset stays signalled until
-// ResetEvent; one with automatic reset wakes a single waiter and is unsignalled by that.
+// A new event, not inherited by child processes. One with manual reset stays signalled once it is;
+// one with automatic reset is unsignalled by the one that takes the signal (TakeSignal).
 [[nodiscard]] std::error_code CreateEventW(bool manualReset, bool initiallySignalled,
                                            HANDLE& event);
 
 // EBADF if the handle is not that of an open event.
 [[nodiscard]] std::error_code SetEvent(HANDLE event);
-[[nodiscard]] std::error_code ResetEvent(HANDLE event);
 [[nodiscard]] std::error_code CloseHandle(HANDLE handle);
 
-// Waits until one of the events (1 to MAXIMUM_WAIT_OBJECTS) is signalled, for `timeoutMs`
-// milliseconds at most. `answer` is WAIT_OBJECT_0 plus the index of the first signalled one, or
-// WAIT_TIMEOUT. EBADF for a handle that is not open, EINVAL for a bad count. An event closed
-// meanwhile stays waitable until this returns.
-[[nodiscard]] std::error_code WaitForMultipleObjects(std::span<const HANDLE> handles,
-                                                     DWORD timeoutMs, DWORD& answer);
-
-// An event behind its handle, for a wait together with other things (poller.h): it can be waited
-// for as long as somebody keeps it, also after its handle is closed.
+// An event behind its handle. It can be waited for (poller.h) as long as somebody keeps it, also
+// after its handle is closed.
 class Event;
 using EventPtr = std::shared_ptr<Event>;
 

@@ -64,6 +64,14 @@ void PushText(lua_State* L, const std::string& text) {
     lua_pushlstring(L, text.data(), text.size());
 }
 
+void Preload(lua_State* L, const char* module, lua_CFunction open) {
+    lua_getglobal(L, "package");
+    lua_getfield(L, -1, "preload");
+    lua_pushcfunction(L, open);
+    lua_setfield(L, -2, module);
+    lua_pop(L, 2);
+}
+
 int CallGuarded(lua_State* L, lua_CFunction function) {
     try {
         return function(L);

@@ -43,6 +43,9 @@ class LuaCall {
 
 void PushText(lua_State* L, const std::string& text);
 
+// Has `require` of that name open a module by `open`. May raise a Lua error.
+void Preload(lua_State* L, const char* module, lua_CFunction open);
+
 // Calls a function that may throw; a C++ exception becomes a Lua error with its text.
 int CallGuarded(lua_State* L, lua_CFunction function);
 

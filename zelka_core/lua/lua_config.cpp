@@ -60,11 +60,7 @@ int OpenModule(lua_State* L) {
 }  // namespace
 
 void PreloadConfig(lua_State* L) {
-    lua_getglobal(L, "package");
-    lua_getfield(L, -1, "preload");
-    lua_pushcfunction(L, OpenModule);
-    lua_setfield(L, -2, "config.core");
-    lua_pop(L, 2);
+    Preload(L, "config.core", OpenModule);
 }
 
 }  // namespace ZelkaCore

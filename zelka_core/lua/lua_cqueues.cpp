@@ -202,11 +202,7 @@ int OpenCqueues(lua_State* L) {
 }  // namespace
 
 void PreloadCqueues(lua_State* L) {
-    lua_getglobal(L, "package");
-    lua_getfield(L, -1, "preload");
-    lua_pushcfunction(L, OpenCqueues);
-    lua_setfield(L, -2, "task.cqueues.core");
-    lua_pop(L, 2);
+    Preload(L, "task.cqueues.core", OpenCqueues);
 }
 
 bool IsInController(lua_State* L) {

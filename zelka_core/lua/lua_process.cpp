@@ -140,11 +140,7 @@ int Open(lua_State* L) {
 }  // namespace
 
 void PreloadProcess(lua_State* L) {
-    lua_getglobal(L, "package");
-    lua_getfield(L, -1, "preload");
-    lua_pushcfunction(L, Open);
-    lua_setfield(L, -2, "process.core");
-    lua_pop(L, 2);
+    Preload(L, "process.core", Open);
 }
 
 }  // namespace ZelkaCore

@@ -243,11 +243,7 @@ int OpenTasks(lua_State* L) {
 
 void PreloadTasks(lua_State* L, CDom& dom) {
     (void)CLuaInterpreter::Of(L)->Scheduler(dom);
-    lua_getglobal(L, "package");
-    lua_getfield(L, -1, "preload");
-    lua_pushcfunction(L, OpenTasks);
-    lua_setfield(L, -2, "task.core");
-    lua_pop(L, 2);
+    Preload(L, "task.core", OpenTasks);
     PreloadCqueues(L);
 }
 

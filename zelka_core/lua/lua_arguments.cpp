@@ -64,6 +64,11 @@ void PushText(lua_State* L, const std::string& text) {
     lua_pushlstring(L, text.data(), text.size());
 }
 
+void PushThread(lua_State* L, lua_State* thread) {
+    lua_pushthread(thread);
+    lua_xmove(thread, L, 1);
+}
+
 void Preload(lua_State* L, const char* module, lua_CFunction open) {
     lua_getglobal(L, "package");
     lua_getfield(L, -1, "preload");

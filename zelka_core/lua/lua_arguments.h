@@ -43,6 +43,9 @@ class LuaCall {
 
 void PushText(lua_State* L, const std::string& text);
 
+// Pushes a Lua thread onto the stack of another. Takes one place on its own stack meanwhile.
+void PushThread(lua_State* L, lua_State* thread);
+
 // Has `require` of that name open a module by `open`. May raise a Lua error.
 void Preload(lua_State* L, const char* module, lua_CFunction open);
 

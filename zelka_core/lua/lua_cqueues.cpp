@@ -114,8 +114,7 @@ ControllerWait* WaitAt(lua_State* L, int index) {
 // Pushes the wait that a Lua thread has; nil, with null returned, if it has none.
 ControllerWait* PushWaitOf(lua_State* L, lua_State* thread) {
     lua_getfield(L, LUA_REGISTRYINDEX, kWaits);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
+    PushThread(L, thread);
     lua_rawget(L, -2);
     lua_remove(L, -2);
     return WaitAt(L, -1);
@@ -128,8 +127,7 @@ ControllerWait& PushNewWait(lua_State* L, lua_State* thread) {
     auto* holder = new (lua_newuserdata(L, sizeof(Holder))) Holder;
     luaL_setmetatable(L, kClass);
     lua_getfield(L, LUA_REGISTRYINDEX, kWaits);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
+    PushThread(L, thread);
     lua_pushvalue(L, -3);
     lua_rawset(L, -3);
     lua_pop(L, 1);

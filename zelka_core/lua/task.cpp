@@ -54,11 +54,7 @@ void Task::SetStatus(Status newStatus, Clock::time_point now) {
 }
 
 void Task::Push(lua_State* L) const {
-    CTaskScheduler::PushTasks(L);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
-    lua_rawget(L, -2);
-    lua_remove(L, -2);
+    CTaskScheduler::PushTask(L, thread);
 }
 
 Task::Task(CTaskScheduler& owner, lua_State* L, std::string taskName, bool essential)

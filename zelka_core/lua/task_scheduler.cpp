@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "zelka_core/log/trace.h"
+#include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
@@ -41,15 +41,6 @@ void SetStopEvent(const CDom& dom) {
     }
 }
 
-void SetTask(lua_State* L, lua_State* thread, int value) {
-    CTaskScheduler::PushTasks(L);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
-    lua_pushvalue(L, value);
-    lua_rawset(L, -3);
-    lua_pop(L, 1);
-}
-
 // Keeps what the task has returned, or its error, with its handle on top of the stack.
 int KeepResults(lua_State* L) {
     auto* thread = static_cast<lua_State*>(lua_touserdata(L, 2));
@@ -65,7 +56,7 @@ int KeepResults(lua_State* L) {
     lua_setfield(L, -2, "n");
     lua_setuservalue(L, 1);
     lua_pushnil(L);
-    SetTask(L, thread, lua_gettop(L));
+    CTaskScheduler::SetTask(L, thread);
     return 0;
 }
 
@@ -102,6 +93,21 @@ void CTaskScheduler::PushTasks(lua_State* L) {
     (void)luaL_getsubtable(L, LUA_REGISTRYINDEX, kTasks);
 }
 
+void CTaskScheduler::PushTask(lua_State* L, lua_State* thread) {
+    PushTasks(L);
+    PushThread(L, thread);
+    lua_rawget(L, -2);
+    lua_remove(L, -2);
+}
+
+void CTaskScheduler::SetTask(lua_State* L, lua_State* thread) {
+    PushTasks(L);
+    PushThread(L, thread);
+    lua_pushvalue(L, -3);
+    lua_rawset(L, -3);
+    lua_pop(L, 2);
+}
+
 void CTaskScheduler::Queue(Task& task) {
     if (!std::exchange(task.isQueued, true)) {
         m_ready.push_back(&task);
@@ -118,7 +124,7 @@ void CTaskScheduler::Forget(Task& task) {
 }
 
 Task& CTaskScheduler::Start(lua_State* L, const std::string& name, bool essential, int arguments) {
-    luaL_checkstack(L, 5, "no room to start a task");
+    luaL_checkstack(L, 6, "no room to start a task");
     const int first = lua_gettop(L) - arguments;
     lua_State* thread = lua_newthread(L);
     lua_insert(L, first);
@@ -127,7 +133,8 @@ Task& CTaskScheduler::Start(lua_State* L, const std::string& name, bool essentia
     }
     Task& task = Task::Make(L, *this, thread, name, essential);
     lua_insert(L, first);
-    SetTask(L, thread, first);
+    lua_pushvalue(L, first);
+    SetTask(L, thread);
     lua_xmove(L, thread, arguments + 1);
     lua_settop(L, first);
     task.arguments = arguments;

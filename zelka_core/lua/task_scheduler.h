@@ -111,8 +111,13 @@ class CTaskScheduler {
     // `traceback`, and as an agent event.
     void Report(const std::string& name, const std::string& error, const std::string& traceback);
 
-    // Pushes the table of the tasks that have not ended: handles by Lua threads.
+    // Pushes the table of the tasks that have not ended: handles by Lua threads. Their coroutines
+    // that wait are in it, too, with true.
     static void PushTasks(lua_State* L);
+    // Pushes what the table has for a Lua thread; sets it to the value on top of the stack, which
+    // is taken. May raise a Lua error.
+    static void PushTask(lua_State* L, lua_State* thread);
+    static void SetTask(lua_State* L, lua_State* thread);
 
     // For tasks.
     void Queue(Task& task);

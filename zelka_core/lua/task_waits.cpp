@@ -90,12 +90,8 @@ bool CTaskScheduler::TakeGivesWay(lua_State* L, lua_State* thread) {
     }
     m_givesWay = nullptr;
     m_current->parked.push_back(thread);
-    PushTasks(L);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
     lua_pushboolean(L, 1);
-    lua_rawset(L, -3);
-    lua_pop(L, 1);
+    SetTask(L, thread);
     return true;
 }
 
@@ -124,24 +120,17 @@ lua_State* CTaskScheduler::BaseOf(lua_State* L) const {
 
 void CTaskScheduler::TakeBack(lua_State* L, lua_State* thread) {
     std::erase(m_current->parked, thread);
-    PushTasks(L);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
     lua_pushnil(L);
-    lua_rawset(L, -3);
-    lua_pop(L, 1);
+    SetTask(L, thread);
 }
 
 bool CTaskScheduler::IsParked(lua_State* L, lua_State* thread) const {
     if (m_living == 0 || !lua_checkstack(L, 4) || !lua_checkstack(thread, 1)) {
         return false;
     }
-    PushTasks(L);
-    lua_pushthread(thread);
-    lua_xmove(thread, L, 1);
-    lua_rawget(L, -2);
+    PushTask(L, thread);
     const bool isParked = !lua_isnil(L, -1);
-    lua_pop(L, 2);
+    lua_pop(L, 1);
     return isParked;
 }
 

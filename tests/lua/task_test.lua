@@ -22,6 +22,14 @@ function TestTasks:testEachRunsFromTheNextWaitOnAndHandsItsResultsOver()
     lu.assertEquals(a:status(), "done")
 end
 
+function TestTasks:testAreStillThoseOfTheModuleThatIsLoadedAnew()
+    local old = task.start("old", function() return 1 end)
+    package.loaded["task"], package.loaded["task.core"] = nil, nil
+    local again = require "task"
+    lu.assertEquals({ old:join() }, { true, 1 })
+    lu.assertEquals({ again.start("new", function() return 2 end):join() }, { true, 2 })
+end
+
 -- From there the wait has to find its way out, and back.
 local places = {
     plain = function() return dom:Wait(-1, "test.go") end,

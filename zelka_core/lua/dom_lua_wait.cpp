@@ -3,14 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <new>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/poller.h"
 #include "zelka_core/lua/dom_lua.h"
+#include "zelka_core/lua/lua_class.h"
 #include "zelka_core/lua/lua_cqueues.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
@@ -21,7 +20,9 @@ namespace {
 
 using Clock = CWaitEngine::Clock;
 
-constexpr const char* kSignalClass = "ZelkaCore.signal";
+constexpr char kSignalClass[] = "ZelkaCore.signal";
+using Signals = LuaClass<CSignal, kSignalClass>;
+
 constexpr std::int64_t kLongest = 0xFFFFFFFE;  // milliseconds; some seven weeks
 
 Deadline CheckTimeout(const DomCall& call) {
@@ -201,13 +202,6 @@ int WaitOrBegin(lua_State* L) {
     return PushResult(L, scheduler.WaitHere(L, std::move(items), deadline));
 }
 
-int CollectSignal(lua_State* L) {
-    if (auto* signal = static_cast<std::optional<CSignal>*>(luaL_testudata(L, 1, kSignalClass))) {
-        signal->reset();
-    }
-    return 0;
-}
-
 }  // namespace
 
 int Wait(lua_State* L) {
@@ -223,21 +217,12 @@ int Wait(lua_State* L) {
     return ContinueWait(L);
 }
 
-void RegisterSignalClass(lua_State* L) {
-    lua_pushcfunction(L, CollectSignal);
-    lua_setfield(L, -2, "__gc");
-    lua_setfield(L, LUA_REGISTRYINDEX, kSignalClass);
-}
-
 CSignal& MakeSignal(lua_State* L) {
-    auto* signal = new (lua_newuserdata(L, sizeof(std::optional<CSignal>))) std::optional<CSignal>;
-    luaL_setmetatable(L, kSignalClass);
-    return signal->emplace();
+    return Signals::Make(L);
 }
 
 CSignal* SignalAt(lua_State* L, int index) {
-    auto* signal = static_cast<std::optional<CSignal>*>(luaL_testudata(L, index, kSignalClass));
-    return signal != nullptr && signal->has_value() ? &**signal : nullptr;
+    return Signals::At(L, index);
 }
 
 }  // namespace ZelkaCore

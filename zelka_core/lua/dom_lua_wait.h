@@ -10,11 +10,8 @@ class CSignal;
 // run meanwhile.
 int Wait(lua_State* L);
 
-// Registers the class of signals, which scripts can wait for as well, in a state, with the
-// metatable on top of the stack, which it takes.
-void RegisterSignalClass(lua_State* L);
-
-// Makes a signal in a new userdata on top of the stack. May raise a Lua error.
+// Makes a signal, which scripts can wait for as well, in a new userdata on top of the stack. May
+// raise a Lua error.
 CSignal& MakeSignal(lua_State* L);
 
 // The signal that stands there; null if it is something else.

@@ -5,6 +5,7 @@
 
 #include "platform/events.h"
 #include "zelka_core/lua/lua_arguments.h"
+#include "zelka_core/lua/lua_class.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 
@@ -13,7 +14,7 @@ namespace ZelkaCore {
 namespace {
 
 // In the registry.
-constexpr const char* kClass = "ZelkaCore.controllerWait";
+constexpr char kClass[] = "ZelkaCore.controllerWait";
 constexpr const char* kRunning = "ZelkaCore.cqueues.running";  // cqueues.running
 constexpr const char* kPoll = "ZelkaCore.cqueues.poll";        // what cqueues takes a yield by
 constexpr const char* kWaits = "ZelkaCore.controllerWaits";    // by Lua threads
@@ -104,12 +105,7 @@ class ControllerWait : public TaskLooks, public CWait {
     std::optional<WaitResult> m_result;  // not taken yet
 };
 
-using Holder = std::optional<ControllerWait>;
-
-ControllerWait* WaitAt(lua_State* L, int index) {
-    auto* holder = static_cast<Holder*>(luaL_testudata(L, index, kClass));
-    return holder != nullptr && holder->has_value() ? &**holder : nullptr;
-}
+using Waits = LuaClass<ControllerWait, kClass>;
 
 // Pushes the wait that a Lua thread has; nil, with null returned, if it has none.
 ControllerWait* PushWaitOf(lua_State* L, lua_State* thread) {
@@ -117,30 +113,22 @@ ControllerWait* PushWaitOf(lua_State* L, lua_State* thread) {
     PushThread(L, thread);
     lua_rawget(L, -2);
     lua_remove(L, -2);
-    return WaitAt(L, -1);
+    return Waits::At(L, -1);
 }
 
 // Pushes a new wait for `thread`, which has seen what the running code has.
 ControllerWait& PushNewWait(lua_State* L, lua_State* thread) {
     CTaskScheduler& scheduler = SchedulerOf(L);
     const ControllerWait* parent = PushWaitOf(L, scheduler.BaseOf(L));
-    auto* holder = new (lua_newuserdata(L, sizeof(Holder))) Holder;
-    luaL_setmetatable(L, kClass);
+    ControllerWait& wait = Waits::Make(
+        L, scheduler.Engine(), parent != nullptr ? parent->looks : scheduler.LooksOfRunning());
     lua_getfield(L, LUA_REGISTRYINDEX, kWaits);
     PushThread(L, thread);
     lua_pushvalue(L, -3);
     lua_rawset(L, -3);
     lua_pop(L, 1);
     lua_remove(L, -2);
-    return holder->emplace(scheduler.Engine(),
-                           parent != nullptr ? parent->looks : scheduler.LooksOfRunning());
-}
-
-int Collect(lua_State* L) {
-    if (auto* holder = static_cast<Holder*>(luaL_testudata(L, 1, kClass))) {
-        holder->reset();
-    }
-    return 0;
+    return wait;
 }
 
 int YieldAll(lua_State* L) {
@@ -173,7 +161,7 @@ int WakeAll(lua_State* L) {
     lua_settop(L, 0);
     lua_getfield(L, LUA_REGISTRYINDEX, kWaits);
     for (lua_pushnil(L); lua_next(L, 1); lua_pop(L, 1)) {
-        if (auto* wait = WaitAt(L, -1)) {
+        if (auto* wait = Waits::At(L, -1)) {
             isAny = wait->WakeIfOf(SchedulerOf(L).Current()) || isAny;
         }
     }
@@ -184,10 +172,6 @@ int WakeAll(lua_State* L) {
 int OpenCqueues(lua_State* L) {
     const luaL_Reg functions[] = {
         {"setUp", SetUp}, {"look", LookFromNow}, {"wake", WakeAll}, {nullptr, nullptr}};
-    if (luaL_newmetatable(L, kClass)) {
-        lua_pushcfunction(L, Collect);
-        lua_setfield(L, -2, "__gc");
-    }
     (void)luaL_getsubtable(L, LUA_REGISTRYINDEX, kWaits);
     lua_createtable(L, 0, 1);  // a metatable that lets the threads be collected
     lua_pushliteral(L, "k");
@@ -228,21 +212,21 @@ int PollInController(lua_State* L, lua_CFunction continuation) {
     lua_pushcfunction(L, YieldAll);
     lua_getfield(L, LUA_REGISTRYINDEX, kPoll);
     lua_createtable(L, 0, 2);
-    lua_pushinteger(L, WaitAt(L, 1)->Descriptor());
+    lua_pushinteger(L, Waits::At(L, 1)->Descriptor());
     lua_setfield(L, -2, "pollfd");
     lua_pushliteral(L, "r");
     lua_setfield(L, -2, "events");
     (void)lua_pcallk(L, 2, 0, 0, 0, continuation);
     lua_pop(L, 1);  // why it cannot be left
     (void)CallGuarded(L, [](lua_State* state) {
-        WaitAt(state, 1)->Block(state);
+        Waits::At(state, 1)->Block(state);
         return 0;
     });
     return continuation(L);
 }
 
 std::optional<WaitResult> ResultInController(lua_State* L) {
-    ControllerWait& wait = *WaitAt(L, 1);
+    ControllerWait& wait = *Waits::At(L, 1);
     if (!wait.IsOf(L)) {
         luaL_error(L, "dom:Wait: the coroutine was resumed by somebody else");
     }

@@ -224,18 +224,14 @@ constexpr luaL_Reg kFunctions[] = {{"start", Guarded<kStart, Start>},
 int OpenTasks(lua_State* L) {
     luaL_newlib(L, kFunctions);
     lua_newtable(L);
-    lua_newtable(L);  // the metatable of handles
+    Task::PushMetatable(L);
     lua_pushvalue(L, -2);
     lua_pushcclosure(L, Index, 1);
     lua_setfield(L, -2, "__index");
     lua_pushliteral(L, "task");
     lua_setfield(L, -2, "__metatable");
-    Task::RegisterClass(L);
+    lua_pop(L, 1);
     lua_setfield(L, -2, "methods");
-    lua_newtable(L);
-    lua_pushliteral(L, "signal");
-    lua_setfield(L, -2, "__metatable");
-    RegisterSignalClass(L);
     return 1;
 }
 

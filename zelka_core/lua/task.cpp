@@ -1,5 +1,6 @@
 #include "zelka_core/lua/task.h"
 
+#include "zelka_core/lua/lua_class.h"
 #include "zelka_core/lua/task_scheduler.h"
 
 namespace ZelkaCore {
@@ -16,36 +17,23 @@ std::string DescribeItem(const Awaited& item) {
     return std::holds_alternative<EventPtr>(item) ? "an event" : "a signal";
 }
 
-constexpr const char* kClass = "ZelkaCore.task";
+constexpr char kClass[] = "ZelkaCore.task";
 
-using Handle = std::optional<Task>;
-
-int Collect(lua_State* L) {
-    if (auto* handle = static_cast<Handle*>(luaL_testudata(L, 1, kClass))) {
-        handle->reset();
-    }
-    return 0;
-}
+using Handle = LuaClass<Task, kClass>;
 
 }  // namespace
 
 Task& Task::Make(lua_State* L, CTaskScheduler& scheduler, lua_State* thread,
                  const std::string& name, bool essential) {
-    auto* handle = new (lua_newuserdata(L, sizeof(Handle))) Handle;
-    handle->emplace(scheduler, thread, name, essential);
-    luaL_setmetatable(L, kClass);
-    return **handle;
+    return Handle::Make(L, scheduler, thread, name, essential);
 }
 
 Task* Task::At(lua_State* L, int index) {
-    auto* handle = static_cast<Handle*>(luaL_testudata(L, index, kClass));
-    return handle != nullptr && handle->has_value() ? &**handle : nullptr;
+    return Handle::At(L, index);
 }
 
-void Task::RegisterClass(lua_State* L) {
-    lua_pushcfunction(L, Collect);
-    lua_setfield(L, -2, "__gc");
-    lua_setfield(L, LUA_REGISTRYINDEX, kClass);
+void Task::PushMetatable(lua_State* L) {
+    Handle::PushMetatable(L);
 }
 
 void Task::SetStatus(Status newStatus, Clock::time_point now) {

@@ -45,9 +45,8 @@ class Task : public TaskLooks, public CWait {
     // The task whose handle stands there; null if it is something else.
     static Task* At(lua_State* L, int index);
 
-    // Registers the class of the handles in a state, with the metatable on top of the stack, which
-    // it takes.
-    static void RegisterClass(lua_State* L);
+    // Pushes the metatable of the handles, to be added to. May raise a Lua error.
+    static void PushMetatable(lua_State* L);
 
     Task(CTaskScheduler& owner, lua_State* L, std::string taskName, bool essential);
     ~Task() override;

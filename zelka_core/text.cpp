@@ -2,6 +2,7 @@
 
 #include <wx/strconv.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace ZelkaCore {
@@ -57,6 +58,19 @@ bool IsValidUtf8(std::string_view bytes) {
         bytes.remove_prefix(lead.following + 1);
     }
     return true;
+}
+
+std::string_view WholeCharacters(std::string_view text) {
+    constexpr std::size_t kLongestPart = 3;
+    for (std::size_t size = 1; size <= std::min(text.size(), kLongestPart); ++size) {
+        const auto byte = static_cast<unsigned char>(text[text.size() - size]);
+        if ((byte & 0xc0U) != 0x80) {
+            const std::size_t following = LeadOf(byte).following;
+            text.remove_suffix(following != kNoLead && following >= size ? size : 0);
+            break;
+        }
+    }
+    return text;
 }
 
 std::string ToUtf8(const wxString& text) {

@@ -13,6 +13,9 @@ namespace ZelkaCore {
 // U+10FFFF.
 bool IsValidUtf8(std::string_view bytes);
 
+// The text without the part of a character that a cut has left at its end.
+std::string_view WholeCharacters(std::string_view text);
+
 std::string ToUtf8(const wxString& text);
 
 // Bytes that are not valid UTF-8 are taken as Latin-1, so that nothing is lost.

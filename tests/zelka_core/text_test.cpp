@@ -17,5 +17,15 @@ TEST(Text, KnowsWellFormedUtf8) {
     }
 }
 
+TEST(Text, IsCutBehindAWholeCharacter) {
+    const std::string text = "a\u00e4\u20ac\U0001f600";
+    const std::size_t whole[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10};
+    for (std::size_t size = 0; size <= text.size(); ++size) {
+        EXPECT_EQ(WholeCharacters(text.substr(0, size)).size(), whole[size]) << size;
+    }
+    EXPECT_EQ(WholeCharacters("\x80\x80\x80\x80"), "\x80\x80\x80\x80");
+    EXPECT_EQ(WholeCharacters("a\xff\x80"), "a\xff\x80");
+}
+
 }  // namespace
 }  // namespace ZelkaCore

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "zelka_core/text.h"
+
 namespace ZelkaCore {
 
 namespace {
@@ -74,13 +76,8 @@ std::string BoundedLogText(std::string_view text, std::size_t limit) {
     if (text.size() <= limit) {
         return std::string(text);
     }
-    std::size_t size = limit;
-    constexpr std::size_t kLongestCharacter = 4;
-    while (size > limit - kLongestCharacter &&
-           (static_cast<unsigned char>(text[size]) & 0xc0U) == 0x80) {
-        --size;  // not in the middle of a character
-    }
-    return std::string(text.substr(0, size)) + " ... (" + std::to_string(text.size() - size) +
+    const std::string_view kept = WholeCharacters(text.substr(0, limit));
+    return std::string(kept) + " ... (" + std::to_string(text.size() - kept.size()) +
            " bytes more)";
 }
 

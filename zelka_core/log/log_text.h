@@ -16,7 +16,7 @@ std::string LogText(std::string_view record);
 inline constexpr std::size_t kMaximumLogText = std::size_t{64} * 1024;  // bytes: 64 KiB
 
 // A text that a script hands over, not larger than `limit` bytes: what is beyond is not there but
-// counted, " ... (5 bytes more)". The limit is at least 4.
+// counted, " ... (5 bytes more)".
 std::string BoundedLogText(std::string_view text, std::size_t limit = kMaximumLogText);
 
 }  // namespace ZelkaCore

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "zelka_core/log/log_text.h"
 #include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/agent_event.h"
@@ -303,11 +304,11 @@ void CTaskScheduler::ReportFailure(lua_State* L, Task& task) {
 
 void CTaskScheduler::Report(const std::string& name, const std::string& error,
                             const std::string& traceback) {
-    wxLogError("Task '%s' has failed: %s\n%s", FromUtf8(name), FromUtf8(error),
-               FromUtf8(traceback));
+    wxLogError("Task '%s' has failed: %s\n%s", FromUtf8(name), FromUtf8(BoundedLogText(error)),
+               FromUtf8(BoundedLogText(traceback)));
     CAgentEvent event =
         CAgentEvent::Now(kTaskFailed, CAgentEvent::SeverityError,
-                         FromUtf8("task|" + name + "|" + error.substr(0, kErrorShown)));
+                         FromUtf8("task|" + name + "|" + BoundedLogText(error, kErrorShown)));
     m_dom.AgentEventWrite(event);
 }
 

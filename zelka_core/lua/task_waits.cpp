@@ -65,7 +65,7 @@ WaitResult CTaskScheduler::BlockAll(lua_State* L, CWait& wait) {
         luaL_where(L, 1);
         ZELKA_TRACE("Appl", "CTaskScheduler::GiveWay",
                     "%sa wait in a place that cannot be left holds all tasks up",
-                    wxString::FromUTF8(lua_tostring(L, -1)));
+                    FromUtf8(lua_tostring(L, -1)));
         lua_pop(L, 1);
     }
     return Block(L, wait);

@@ -43,20 +43,10 @@ bool Refuse(const std::string& program, const std::string& reason) {
     return false;
 }
 
-// Without the part of a character of several bytes that is left at the end.
-std::size_t WholeCharacters(const std::string& text) {
-    std::size_t last = text.size();
-    while (last > 0 && (static_cast<unsigned char>(text[last - 1]) & 0xC0U) == 0x80U) {
-        --last;
-    }
-    const bool isBroken = last > 0 && static_cast<unsigned char>(text[last - 1]) >= 0xC0U;
-    return isBroken ? last - 1 : text.size();
-}
-
 // A warning names the program and the output if something was dropped.
 wxString TextOf(ProgramOutput output, const std::string& program, const char* name) {
     if (output.dropped != 0) {
-        const std::size_t whole = WholeCharacters(output.content);
+        const std::size_t whole = WholeCharacters(output.content).size();
         output.dropped += output.content.size() - whole;
         output.content.resize(whole);
         wxLogWarning("%s: %zu bytes of its %s were dropped", FromUtf8(program), output.dropped,

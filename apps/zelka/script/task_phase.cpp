@@ -11,6 +11,7 @@
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/store/dom.h"
+#include "zelka_core/text.h"
 
 using ZelkaCore::CLuaInterpreter;
 using ZelkaCore::CLuaStateLock;
@@ -54,7 +55,7 @@ bool CallProtected(lua_State* L, lua_CFunction function, void* argument) {
     if (lua_pcall(L, 1, 0, 0) == LUA_OK) {
         return true;
     }
-    wxLogError("The tasks cannot be waited for: %s", wxString::FromUTF8(lua_tostring(L, -1)));
+    wxLogError("The tasks cannot be waited for: %s", ZelkaCore::FromUtf8(lua_tostring(L, -1)));
     lua_pop(L, 1);
     return false;
 }

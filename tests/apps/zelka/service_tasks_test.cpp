@@ -93,13 +93,29 @@ TEST(ServiceTasks, AStallIsToldOnceWithItsPlaceAndIsNoLifeSign) {
     EXPECT_THAT(service.ReportsToTheEnd(), Contains("exit status 0"));
 }
 
-// Tasks, programs and descriptors in plenty, and the stop or a dump comes at some moment.
+// Tasks, programs and descriptors in plenty, a socket, and the stop or a dump comes at some moment.
 TEST(ServiceTasks, AStopAtAnyMomentEndsInOrder) {
     std::mt19937 random(20260131);  // NOLINT(cert-msc*): the same moments each time
     for (int start = 0; start < SERVICE_STARTS && !HasFailure(); ++start) {
         ServiceProcess service(R"(
             local task, process = require "task", require "process"
+            local socket = require "socket"
+            local function receive(udp)
+                while dom:Wait(-1, "app.stop", task.readable(udp)) ~= "app.stop" do
+                    assert(udp:receive())
+                end
+            end
             function app.main()
+                local udp = assert(socket.udp())
+                assert(udp:setsockname("127.0.0.1", 0))
+                udp:settimeout(0)
+                task.start("receiver", receive, udp)
+                task.start("sender", function()
+                    while not dom:StopRequested() do
+                        assert(udp:sendto("x", udp:getsockname()))
+                        task.sleep(1)
+                    end
+                end)
                 for i = 1, 50 do
                     task.start("t" .. i, function()
                         while not dom:StopRequested() do

@@ -241,10 +241,11 @@ void CTaskScheduler::Step(lua_State* L, Task& task) {
     const int status = lua_resume(task.thread, L, std::exchange(task.arguments, 0));
     m_current = nullptr;
     m_innermost = nullptr;
+    const bool givesWay = std::exchange(m_givesWay, nullptr) == task.thread;
     if (status != LUA_YIELD) {
         return Finish(L, task, status);
     }
-    if (std::exchange(m_givesWay, nullptr) != task.thread) {
+    if (!givesWay) {
         lua_settop(task.thread, 0);
         lua_pushliteral(task.thread, "the task has yielded: a task gives way by waiting");
         return Finish(L, task, LUA_ERRRUN);

@@ -126,6 +126,12 @@ class CTaskScheduler {
   private:
     class HereWait;
 
+    // What the first look behind a request to stop has found.
+    struct Stop {
+        Clock::time_point seen;
+        std::chrono::milliseconds patience;
+    };
+
     void RunReady(lua_State* L);
     void Step(lua_State* L, Task& task);
     void Finish(lua_State* L, Task& task, int status);
@@ -152,7 +158,7 @@ class CTaskScheduler {
     bool m_closed = false;
     bool m_essentialFailed = false;
     std::atomic<std::size_t> m_living = 0;
-    std::optional<Clock::time_point> m_stopSeen;
+    std::optional<Stop> m_stop;
     std::optional<Clock::time_point> m_endAt;
 };
 

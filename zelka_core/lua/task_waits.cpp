@@ -147,16 +147,16 @@ void CTaskScheduler::OnLook(lua_State* L) {
         return;
     }
     const auto now = Clock::now();
-    const auto patience = Patience();
-    if (!m_stopSeen) {
-        m_stopSeen = now;
+    if (!m_stop) {
+        m_stop = Stop{now, Patience()};
     }
-    const auto cancelAt = std::max(*m_stopSeen, m_interpreter.Stretch().Begun()) + patience;
+    const auto cancelAt =
+        std::max(m_stop->seen, m_interpreter.Stretch().Begun()) + m_stop->patience;
     if (now < cancelAt && !m_current->isCancelled) {
         return;
     }
     m_current->isCancelled = true;
-    if (now < std::min(cancelAt + patience, m_endAt.value_or(Clock::time_point::max()))) {
+    if (now < std::min(cancelAt + m_stop->patience, m_endAt.value_or(Clock::time_point::max()))) {
         return;
     }
     if (!std::exchange(m_current->isEnded, true)) {

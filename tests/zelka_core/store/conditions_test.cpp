@@ -3,51 +3,15 @@
 #include <thread>
 
 #include "tests/support/new_event.h"
-#include "zelka_core/store/wait_engine.h"
+#include "tests/zelka_core/store/observer.h"
 
 namespace ZelkaCore {
 namespace {
 
-using Kind = WaitResult::Kind;
-using Clock = CWaitEngine::Clock;
-
-// One who waits in the ordinary way: engine, looks and one wait.
-class Observer : public CWait {
-  public:
-    Observer(CWaitEngine& engine, CConditions::Looks& looks)
-        : CWait(engine, looks), m_engine(engine) {}
-
-    WaitResult WaitFor(std::vector<Awaited> items, std::chrono::milliseconds timeout) {
-        Begin(std::move(items), Clock::now() + timeout);
-        for (;;) {
-            if (const auto result = Look()) {
-                return *result;
-            }
-            m_engine.Sleep();
-        }
-    }
-
-  private:
-    void OnWoken() override {}
-
-    CWaitEngine& m_engine;
-};
-
-constexpr std::chrono::milliseconds kAtOnce{0};
-constexpr std::chrono::minutes kGenerous{1};
-
-class Conditions : public testing::Test {
-  protected:
-    CConditions conditions;
-    CWaitEngine engine{conditions};
-    CConditions::Looks looks{0};
-    Observer observer{engine, looks};
-};
+class Conditions : public WaitTest {};
 
 TEST_F(Conditions, EveryObserverSeesEveryRaiseOnceInTheOrderOfItsList) {
     const ScopedHandle event(NewEvent(false, true));
-    CConditions::Looks otherLooks{0};
-    Observer other(engine, otherLooks);
     for (const char* name : {"a", "b", "a"}) {
         conditions.Raise(name);
     }
@@ -72,10 +36,9 @@ TEST_F(Conditions, NoRaiseIsLostBetweenTwoWaitsAndNoneWakesMoreThanOneWhoWaits) 
     constexpr int kRounds = 2000;
     std::thread thread([&] {
         CWaitEngine own(conditions);
-        CConditions::Looks otherLooks{0};
-        Observer other(own, otherLooks);
+        Observer partner(own, otherLooks);
         for (int i = 0; i < kRounds; ++i) {
-            ASSERT_EQ(other.WaitFor({"ping"}, kGenerous).kind, Kind::kFired);
+            ASSERT_EQ(partner.WaitFor({"ping"}, kGenerous).kind, Kind::kFired);
             EXPECT_LE(conditions.Raise("pong"), 1U);
         }
     });

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+#include <vector>
+
 #include "zelka_core/store/wait_engine.h"
 
 namespace ZelkaCore {

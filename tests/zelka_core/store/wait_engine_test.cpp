@@ -85,9 +85,12 @@ TEST_F(WaitEngine, GivesEachSignalOfAnEventToOneAndKeepsTheOtherWaiting) {
     observer.Start({FindEvent(event.Get())}, kGenerous);
     other.Start({FindEvent(event.Get())}, kGenerous);
     ASSERT_FALSE(SetEvent(event.Get()));
+    engine.Sleep();
     EXPECT_EQ(observer.Finish().kind, Kind::kFired);
     EXPECT_FALSE(other.Look());
     std::thread setter([&] { EXPECT_FALSE(SetEvent(event.Get())); });
+    engine.Sleep();
+    EXPECT_LT(CWaitEngine::Clock::now(), *other.Until()) << "only the time has woken it";
     EXPECT_EQ(other.Finish().kind, Kind::kFired);
     setter.join();
     EXPECT_EQ(observer.WaitFor({FindEvent(event.Get())}, kAtOnce).kind, Kind::kTimeout);

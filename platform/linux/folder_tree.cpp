@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "platform/error.h"

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "platform/error.h"
 

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"

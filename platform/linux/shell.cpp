@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/linux/spawn_settings.h"

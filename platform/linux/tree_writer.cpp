@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <limits>
 #include <random>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"

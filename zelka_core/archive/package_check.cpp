@@ -4,6 +4,7 @@
 #include <cctype>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/text.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"

@@ -6,6 +6,8 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <utility>
+
 #include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/plugins/plugin_type.h"
 #include "apps/zelka/plugins/relay_conflict.h"

@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <functional>
+#include <utility>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"

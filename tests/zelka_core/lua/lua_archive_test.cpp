@@ -4,6 +4,7 @@
 
 #include <lua.hpp>
 #include <memory>
+#include <utility>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/scratch_folder.h"

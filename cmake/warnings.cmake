@@ -11,6 +11,11 @@ target_link_options(zelka_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 
 # Paths in messages and traces are relative to the project, wherever it was built.
 target_compile_options(zelka_flags INTERFACE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+# Debug information, too, where it is shipped: the same sources give the same bytes. A debugger that is started in
+# the project's folder finds the sources.
+target_compile_options(zelka_flags INTERFACE
+    $<$<CONFIG:RelWithDebInfo>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<CONFIG:RelWithDebInfo>:-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.>)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(zelka_flags INTERFACE -Wthread-safety)

@@ -9,13 +9,18 @@ target_compile_definitions(zelka_flags INTERFACE
 target_include_directories(zelka_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_link_options(zelka_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 
-# Paths in messages and traces are relative to the project, wherever it was built.
-target_compile_options(zelka_flags INTERFACE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
-# Debug information, too, where it is shipped: the same sources give the same bytes. A debugger that is started in
-# the project's folder finds the sources.
+# Paths in messages and traces are relative to the project, wherever it was built. A compiler cache may pass paths
+# that are relative to the build folder.
+file(RELATIVE_PATH from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 target_compile_options(zelka_flags INTERFACE
-    $<$<CONFIG:RelWithDebInfo>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.>
-    $<$<CONFIG:RelWithDebInfo>:-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.>)
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${from_build}=)
+# So they are in debug information where it is shipped: the same sources give the same bytes, and a debugger that is
+# started in the project's folder finds them. What is given last goes first.
+target_compile_options(zelka_flags INTERFACE $<$<CONFIG:RelWithDebInfo>:
+    -fdebug-prefix-map=${PROJECT_SOURCE_DIR}/=
+    -fdebug-prefix-map=${from_build}=
+    -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.
+    -fdebug-prefix-map=${PROJECT_BINARY_DIR}/=>)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(zelka_flags INTERFACE -Wthread-safety)

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 // Faults that would end the process, and the dump that tells of them afterwards.
@@ -28,10 +30,25 @@ inline constexpr std::int32_t EXCEPTION_EXECUTE_HANDLER = 1;
 // here, and every thread made with pthread_create (so by any library) has one from its start.
 LPTOP_LEVEL_EXCEPTION_FILTER SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter);
 
+// "SIGSEGV", for the number that a dump holds; "signal" if it is of no fault.
+std::string_view NameOfFault(int signal);
+
+// Writes UTF-8 text on what the program did when it faulted to `buffer`, and returns its length.
+// Runs in the signal handler, or in a process that shares the memory of the faulting one; in either
+// case it finds thread-local data and identity of the thread that faulted. The other threads are
+// stopped where the system allows it, at any instruction: what they were at may be half done.
+// It may allocate nothing and lock nothing, ends by itself, and may use some 16 KiB of stack. If it
+// touches memory that is not there it is left where it is, without a destructor; then what `buffer`
+// holds up to its first null is taken, as it comes filled with nulls.
+using CrashDescription = std::size_t (*)(char* buffer, std::size_t size);
+
 struct CrashDumpSettings {
-    std::string file;     // full path; UTF-8
-    std::string comment;  // UTF-8; goes into the dump as its comment
+    std::string file;  // full path; UTF-8
+    // UTF-8; the first line of the dump's comment. The second says in words what the fault was, and
+    // the text of `describe`, if there is one, follows.
+    std::string comment;
     bool fullMemory = false;
+    CrashDescription describe = nullptr;
 };
 
 // Makes ready for WriteCrashDump: the file's folder, made with mode 0700 if it is missing (as are
@@ -47,6 +64,6 @@ struct CrashDumpSettings {
 // reads minidumps opens it. The other threads are stopped meanwhile; where the system does not
 // allow that, or the dump asked for cannot be written (no space, or more than 1 minute, 10 with
 // `fullMemory`), a dump of the faulting thread alone takes its place.
-// One line on standard error says where it lies. False if there is none: the folder then holds what
-// it held before.
+// One line on standard error says what the fault was and where the dump lies, with the first line
+// of the description. False if there is none: the folder then holds what it held before.
 bool WriteCrashDump(const EXCEPTION_POINTERS& fault);

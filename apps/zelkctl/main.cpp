@@ -12,7 +12,8 @@
 
 namespace {
 
-void AddCommands(CLI::App&, const Options&) {
+void AddCommands(CLI::App& app, const Options& options) {
+    AddDumps(app, options);
 }
 
 int Run(int argc, char** argv) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -15,25 +14,20 @@
 #include <barrier>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <functional>
-#include <map>
+#include <iterator>
 #include <mutex>
 #include <regex>
 #include <string>
 #include <thread>
 
-#include "platform/linux/crash/minidump_format.h"
-#include "tests/support/scratch_folder.h"
-#include "zelka_core/system/crash_handler.h"
+#include "platform/minidump_format.h"
+#include "tests/platform/crash_case.h"
 
 // Ways to fault. The debugger does not tell the names of what is in an unnamed namespace.
 namespace faults {
-
-// Memory that nobody may touch. A null pointer would be a sanitizer's find.
-volatile int* g_lockedPage = nullptr;
 
 [[gnu::noinline]] void TouchLockedPage() {
     *g_lockedPage = 1;
@@ -77,7 +71,6 @@ void FaultInManyThreadsAtOnce() {
     }
 }
 
-// From here on the system answers one kind of call with an error code, while another thread waits.
 void Refuse(unsigned systemCall, unsigned code) {
     Park(1);
     std::array<sock_filter, 4> rules{
@@ -126,93 +119,30 @@ std::int32_t FaultAgain(EXCEPTION_POINTERS*) {
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace minidump = crash::minidump;
 using namespace faults;
 using testing::HasSubstr;
 
-constexpr bool kSanitizer = *SANITIZERS != '\0';
 constexpr bool kThreadSanitizer = std::string_view(SANITIZERS) == "thread";
 
-template <typename Record>
-Record At(const std::string& bytes, std::size_t offset) {
-    Record record{};
-    if (offset + sizeof record <= bytes.size()) {
-        std::memcpy(&record, bytes.data() + offset, sizeof record);
-    }
-    return record;
-}
-
-class CrashDump : public testing::Test {
-  protected:
-    // The signal that a child process dies of by a fault after `before`, or -(exit status).
-    [[nodiscard]] int Crash(const std::function<void()>& before, bool isFull = false) const {
-        const pid_t child = fork();
-        if (child == 0) {
-            Limit(RLIMIT_CORE, 0);
-            (void)alarm(120);  // a hang ends as another signal than the one that is expected
-            (void)!std::freopen((m_scratch.Path() / "errors").c_str(), "w", stderr);
-            g_lockedPage = static_cast<volatile int*>(
-                mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-            ZelkaCore::InitCrashHandler(File().wstring(), L"z\u00fcndel", isFull);
-            before();
-            TouchLockedPage();
-            _exit(0);
-        }
-        int status = 0;
-        (void)waitpid(child, &status, 0);
-        return WIFSIGNALED(status) ? WTERMSIG(status) : -WEXITSTATUS(status);
-    }
-
-    // What a debugger shows of the dump's threads; nothing if there is no debugger.
-    [[nodiscard]] std::string Backtraces() const {
-        const std::string shown = (m_scratch.Path() / "shown").string();
-        const std::string command = "lldb --no-lldbinit -b -o 'thread backtrace -c 20 all' -c " +
-                                    File().string() + " " +
-                                    fs::read_symlink("/proc/self/exe").string() + " >" + shown;
-        (void)!std::system((command + " 2>/dev/null").c_str());  // NOLINT(cert-env33-c)
-        return ReadFile(shown);
-    }
-
-    [[nodiscard]] fs::path Folder() const { return m_scratch.Path() / "work/diag"; }
-    [[nodiscard]] fs::path File() const { return Folder() / "agent.mdmp"; }
-
-    // The streams of the dump, as a reader of the format finds them; none if there is no dump.
-    [[nodiscard]] std::map<std::uint32_t, std::string> Streams() const {
-        const std::string bytes = ReadFile(File());
-        std::map<std::uint32_t, std::string> streams;
-        const auto header = At<minidump::Header>(bytes, 0);
-        for (std::uint32_t i = 0; i < header.numberOfStreams; ++i) {
-            const auto entry = At<minidump::Directory>(bytes, header.streamDirectoryRva + i * 12);
-            streams[entry.streamType] = bytes.substr(entry.location.rva, entry.location.dataSize);
-        }
-        EXPECT_TRUE(bytes.empty() || header.signature == minidump::kSignature);
-        return streams;
-    }
-    [[nodiscard]] minidump::Exception Exception() const {
-        return At<minidump::ExceptionStream>(Streams()[minidump::kExceptionStream], 0).exception;
-    }
-    [[nodiscard]] std::uint32_t ThreadCount() const {
-        return At<std::uint32_t>(Streams()[minidump::kThreadListStream], 0);
-    }
-    [[nodiscard]] long FileCount() const {
-        return std::distance(fs::directory_iterator(Folder()), {});
-    }
-
-    const ScratchFolder m_scratch;
-};
-
 TEST_F(CrashDump, FollowsEverySignalOfAFaultInThePlaceOfTheOlderOneAndIsPrivate) {
-    using std::string_literals::operator""s;
     for (const int signal : {SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGSEGV}) {
         EXPECT_EQ(Crash([=] { (void)raise(signal); }), signal);
-        EXPECT_EQ(Exception().exceptionCode, static_cast<std::uint32_t>(signal));
+        const auto report = Report();
+        EXPECT_EQ(report.signal, static_cast<std::uint32_t>(signal));
+        EXPECT_THAT(report.fault, HasSubstr(report.signalName + ": raised by the process itself"));
         EXPECT_EQ(FileCount(), 1);
     }
     EXPECT_EQ(Crash([] {}), SIGSEGV);
     EXPECT_NE(Exception().exceptionAddress, 0U);
     EXPECT_EQ(Exception().exceptionAddress % 4096, 0U);
-    EXPECT_EQ(Streams()[minidump::kCommentStreamW], "z\0\xFC\0n\0d\0e\0l\0\0\0"s);
+    const auto report = Report();
+    EXPECT_EQ(report.application, "z\u00fcndel");
+    EXPECT_THAT(report.fault, HasSubstr("SIGSEGV: what was done is not allowed at 0x"));
+    EXPECT_THAT(report.module, HasSubstr("platform_tests"));
+    EXPECT_LT(std::abs(report.time - std::time(nullptr)), 100);
+    EXPECT_THAT(ReadFile(m_scratch.Path() / "errors"),
+                HasSubstr("; the crash dump is " + File().string() + "\n"));
     EXPECT_THAT(Streams()[minidump::kLinuxMapsStream], HasSubstr("platform_tests"));
     EXPECT_EQ(fs::status(File()).permissions(), fs::perms{0600});
     EXPECT_EQ(fs::status(Folder()).permissions(), fs::perms{0700});

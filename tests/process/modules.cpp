@@ -1,5 +1,6 @@
-// What the cases load into the agent: the Lua modules `fault` and `crypto_state`, and a provider of
-// OpenSSL that can be loaded in the place of a validated one and offers no algorithm.
+// What the cases load into the agent: the Lua modules `fault`, `fault_broken` and `crypto_state`,
+// and a provider of OpenSSL that can be loaded in the place of a validated one and offers no
+// algorithm.
 
 #include <openssl/core.h>
 #include <openssl/core_dispatch.h>
@@ -18,6 +19,21 @@ __attribute__((noinline)) int WriteThroughNull(lua_State*) {
     return 0;
 }
 
+// Breaks the record of the running level of a Lua thread, whose address is the fifth pointer of the
+// thread's own record: "gone" makes it point nowhere, "endless" has each level called by itself.
+// Then faults.
+int BreakState(lua_State* L) {
+    constexpr int kLevel = 4;
+    constexpr int kPrevious = 2;  // in the record of a level
+    void** level = reinterpret_cast<void***>(L)[kLevel];
+    if (*luaL_checkstring(L, 1) == 'g') {
+        reinterpret_cast<void**>(L)[kLevel] = reinterpret_cast<void*>(0x10);
+    } else {
+        level[kPrevious] = level;
+    }
+    return WriteThroughNull(L);
+}
+
 const OSSL_ALGORITHM* NoAlgorithm(void*, int, int* noCache) {
     *noCache = 0;
     return nullptr;
@@ -32,6 +48,11 @@ extern "C" {
 
 [[gnu::visibility("default")]] int luaopen_fault(lua_State* L) {
     lua_pushcfunction(L, WriteThroughNull);
+    return 1;
+}
+
+[[gnu::visibility("default")]] int luaopen_fault_broken(lua_State* L) {
+    lua_pushcfunction(L, BreakState);
     return 1;
 }
 

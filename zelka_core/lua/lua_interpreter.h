@@ -8,6 +8,7 @@
 #include <lua.hpp>
 #include <string>
 
+#include "zelka_core/lua/lua_resume.h"
 #include "zelka_core/lua/lua_state_lock.h"
 #include "zelka_core/lua/lua_stretch.h"
 #include "zelka_core/published_pointer.h"
@@ -83,7 +84,18 @@ class CLuaInterpreter {
     // How long Lua code runs without waiting.
     [[nodiscard]] LuaStretch& Stretch() { return m_stretch; }
 
+    // The innermost lua_resume under way; null if the state's main thread runs, or nothing. Safe in
+    // a signal handler.
+    [[nodiscard]] const LuaResume* Resumed() const {
+        return m_resumed.load(std::memory_order_acquire);
+    }
+
+    // lua_resume, for any state.
+    static int Resume(lua_State* thread, lua_State* from, int arguments);
+
   private:
+    class ResumeScope;
+
     static void* Allocate(void* self, void* block, std::size_t oldSize, std::size_t newSize);
     static int Print(lua_State* L);
     static int PrintArguments(lua_State* L);
@@ -97,6 +109,7 @@ class CLuaInterpreter {
 
     CLuaStateLock m_lock;
     LuaStretch m_stretch;
+    std::atomic<const LuaResume*> m_resumed = nullptr;  // on the stack of the thread that runs Lua
 
     // Written by the thread that holds m_lock.
     std::atomic<std::uint64_t> m_memoryLimit;

@@ -1,8 +1,10 @@
 #include "zelka_core/lua/lua_report.h"
 
+#include <array>
 #include <cstdio>
 
 #include "zelka_core/lua/lua_coroutines.h"
+#include "zelka_core/lua/lua_frame.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/task_scheduler.h"
 #include "zelka_core/secret_name.h"
@@ -47,41 +49,10 @@ const char* StatusOf(lua_State* L, lua_State* thread) {
 
 // Where a level of a traceback is, as Lua's own tracebacks have it.
 std::string ShowFrame(lua_State* thread, lua_Debug& frame) {
-    lua_getinfo(thread, "Slnt", &frame);
-    std::string text = std::string("\n\t") + frame.short_src + ":";
-    if (frame.currentline > 0) {
-        text += std::to_string(frame.currentline) + ":";
-    }
-    text += " in ";
-    if (*frame.namewhat != '\0') {
-        text += std::string("function '") + frame.name + "'";
-    } else if (*frame.what == 'm') {
-        text += "main chunk";
-    } else if (*frame.what == 'C') {
-        text += "?";
-    } else {
-        text += std::string("function <") + frame.short_src + ":" +
-                std::to_string(frame.linedefined) + ">";
-    }
-    return text + (frame.istailcall ? "\n\t(...tail calls...)" : "");
-}
-
-int CountFrames(lua_State* thread, int from) {
-    lua_Debug frame;
-    int beyond = from + 1;
-    while (lua_getstack(thread, beyond, &frame)) {
-        from = beyond;
-        beyond *= 2;
-    }
-    while (from < beyond) {
-        const int middle = from + (beyond - from) / 2;
-        if (lua_getstack(thread, middle, &frame)) {
-            from = middle + 1;
-        } else {
-            beyond = middle;
-        }
-    }
-    return from;
+    std::array<char, 512> room{};
+    BoundedText text(room.data(), room.size());
+    AddFrame("\n\t", thread, frame, text);
+    return std::string(text.View());
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ void CLuaStateLock::Release() {
     ServeWork(m_L);
     const MutexLock lock(m_mutex);
     if (--m_depth == 0) {
-        m_owner = {};
+        m_owner = std::thread::id();
         m_changed.NotifyAll();
     }
 }
@@ -30,7 +30,7 @@ unsigned CLuaStateLock::ReleaseAll() {
     }
     ServeWork(m_L);
     const MutexLock lock(m_mutex);
-    m_owner = {};
+    m_owner = std::thread::id();
     m_changed.NotifyAll();
     return std::exchange(m_depth, 0);
 }

@@ -77,6 +77,9 @@ class CLuaStateLock {
     [[nodiscard]] bool IsServing() const { return m_serving; }
     [[nodiscard]] lua_State* Waiting() const { return m_waiting; }
 
+    // The thread that holds the lock, no id if none does. For any thread, and for a signal handler.
+    [[nodiscard]] std::thread::id Owner() const { return m_owner.load(); }
+
   private:
     struct Request {
         Work work;
@@ -98,7 +101,7 @@ class CLuaStateLock {
 
     Mutex m_mutex;
     CondVar m_changed;
-    std::thread::id m_owner ZELKA_GUARDED_BY(m_mutex);
+    std::atomic<std::thread::id> m_owner;  // written under m_mutex
     unsigned m_depth ZELKA_GUARDED_BY(m_mutex) = 0;
     std::deque<std::shared_ptr<Request>> m_requests ZELKA_GUARDED_BY(m_mutex);
     std::atomic<std::size_t> m_requested = 0;  // the size of m_requests

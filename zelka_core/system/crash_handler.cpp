@@ -16,9 +16,13 @@ std::int32_t WriteDumpOfFault(EXCEPTION_POINTERS* fault) {
 
 }  // namespace
 
-void InitCrashHandler(const wxString& dumpFile, const wxString& appName, bool fullDump) {
+void InitCrashHandler(const wxString& dumpFile, const wxString& appName, bool fullDump,
+                      CrashDescription describe) {
     (void)SetUnhandledExceptionFilter(nullptr);
-    if (const auto error = PrepareCrashDump({ToUtf8(dumpFile), ToUtf8(appName), fullDump})) {
+    if (const auto error = PrepareCrashDump({.file = ToUtf8(dumpFile),
+                                             .comment = ToUtf8(appName),
+                                             .fullMemory = fullDump,
+                                             .describe = describe})) {
         wxLogWarning("Crash dumps cannot be written to '%s': %s", dumpFile,
                      FromUtf8(error.message()));
         return;

@@ -21,6 +21,7 @@
 #include "platform/regkey.h"
 #include "platform/stop_signals.h"
 #include "zelka_core/log/log2disk.h"
+#include "zelka_core/lua/lua_crash_text.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/store/sqlite_database.h"
@@ -110,7 +111,7 @@ bool CAgentApp::OnInit() {
     const wxFileName dump(m_pDom->GetPluginWorkdirWx("diag"), GetAppName(), "mdmp");
     bool fullDump = false;
     (void)m_pDom->Get("app.fulldump", fullDump);
-    ZelkaCore::InitCrashHandler(dump.GetFullPath(), GetAppName(), fullDump);
+    ZelkaCore::InitCrashHandler(dump.GetFullPath(), GetAppName(), fullDump, ZelkaCore::DescribeLua);
     return true;
 }
 
@@ -127,6 +128,7 @@ CAgentApp::~CAgentApp() {
     // Finalisers of scripts may log; the framework's target is gone by now.
     ZelkaCore::CLog2Disk target;
     wxLog* const outer = wxLog::SetActiveTarget(&target);
+    ZelkaCore::ShowInCrashDumps(nullptr);
     delete m_pLua.Take();
     delete std::exchange(m_pDom, nullptr);
     delete std::exchange(m_pParentWindow, nullptr);

@@ -10,6 +10,7 @@
 #include "apps/zelka/zelka.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/lua/lua_arguments.h"
+#include "zelka_core/lua/lua_crash_text.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/lua_patch.h"
 #include "zelka_core/lua/lua_tasks.h"
@@ -72,6 +73,7 @@ int CAgentApp::SetupLua(lua_State* L) {
 int CAgentApp::SetupLua() {
     lua_State* L = m_pLua->L();
     luaL_checkversion_(L, kLuaVersion);
+    ZelkaCore::ShowInCrashDumps(m_pLua.Get());
     const std::string cpath = m_pDom->Get("app.lua.cpath");
     const std::string path = m_pDom->Get("app.lua.path");
     const std::string bin = m_pDom->Get("app.path.bin");

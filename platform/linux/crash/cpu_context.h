@@ -3,7 +3,7 @@
 #include <sys/types.h>
 #include <ucontext.h>
 
-#include "platform/linux/crash/minidump_format.h"
+#include "platform/minidump_format.h"
 
 // A thread's registers in the form that the dump holds. Runs in the signal handler.
 

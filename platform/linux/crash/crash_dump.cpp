@@ -11,6 +11,7 @@
 #include <new>
 #include <type_traits>
 
+#include "platform/bounded_text.h"
 #include "platform/crash.h"
 #include "platform/error.h"
 #include "platform/linux/crash/minidump_writer.h"
@@ -29,6 +30,7 @@ constexpr std::size_t kHelperStackSize = std::size_t{256} * 1024;
 constexpr std::time_t kReleaseLimitSeconds = 10;  // only somebody who kills that thread delays it
 constexpr unsigned kSmallLimitSeconds = 60;
 constexpr unsigned kFullLimitSeconds = 600;
+constexpr std::size_t kHeadlineLimit = 1024;  // bytes of it on standard error
 
 // What the writing of one dump needs to know. The helper shares the memory of the faulting process.
 struct DumpJob {
@@ -120,6 +122,7 @@ bool WriteDump(const EXCEPTION_POINTERS& fault, Workspace& workspace) {
     workspace.job.fault = &fault;
     workspace.job.threads = Threads::kAll;
     workspace.job.fullMemory = workspace.fullMemory;
+    workspace.tables.comment.isDescribing = false;
     Outcome outcome = WriteInHelper(workspace);
     if (outcome == Outcome::kWritten) {
         return true;
@@ -133,13 +136,24 @@ bool WriteDump(const EXCEPTION_POINTERS& fault, Workspace& workspace) {
            (outcome == Outcome::kNoHelper && Write(workspace.job, workspace));
 }
 
-// Tells standard error, which a service has in the journal, where the dump lies.
-void Announce(const DumpTarget& target) {
-    std::size_t length = 0;
-    while (target.announcement[length] != '\0') {
-        ++length;
+// Tells standard error, which a service has in the journal, what has happened and where the dump
+// lies: one line, with the first line of what the program says of itself.
+void Announce(const DumpTarget& target, CommentText& comment) {
+    std::string_view lines(comment.text.data(), comment.length);
+    const auto nextLine = [&lines] {
+        const std::string_view line = lines.substr(0, lines.find('\n'));
+        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+        return line;
+    };
+    std::array<char, 3 * 1024 + PATH_MAX> room{};
+    BoundedText text(room.data(), room.size() - 1);
+    (void)text.Add(nextLine()).Add(": ").Add(nextLine());
+    if (!lines.empty()) {
+        (void)text.Add("; ").Add(nextLine().substr(0, kHeadlineLimit));
     }
-    (void)syscall(SYS_write, STDERR_FILENO, target.announcement.data(), length);
+    (void)text.Add("; the crash dump is ").Add(target.path.data());
+    room[text.Length()] = '\n';
+    (void)syscall(SYS_write, STDERR_FILENO, room.data(), text.Length() + 1);
 }
 
 // --- Getting ready. From here on no code runs in the signal handler. ---
@@ -195,7 +209,7 @@ bool WriteCrashDump(const EXCEPTION_POINTERS& fault) {
     (void)prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
     const bool written = crash::WriteDump(fault, *workspace);
     if (written) {
-        crash::Announce(workspace->target);
+        crash::Announce(workspace->target, workspace->tables.comment);
     }
     (void)prctl(PR_SET_DUMPABLE, dumpable == 1 ? 1 : 0, 0, 0, 0);  // others cannot be set
     return written;
@@ -223,8 +237,7 @@ std::error_code PrepareCrashDump(const CrashDumpSettings& settings) {
     crash::CopyText(folder, workspace->target.folder);
     crash::CopyText(settings.comment, workspace->target.comment);
     crash::CopyText(crash::SystemVersion(), workspace->target.systemVersion);
-    crash::CopyText(settings.comment + ": a fault has left the crash dump " + settings.file + "\n",
-                    workspace->target.announcement);
+    workspace->target.describe = settings.describe;
     workspace->target.processorCount =
         static_cast<std::uint8_t>(std::clamp(sysconf(_SC_NPROCESSORS_ONLN), 1L, 255L));
     workspace->fullMemory = settings.fullMemory;

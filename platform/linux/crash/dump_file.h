@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/crash/minidump_format.h"
+#include "platform/minidump_format.h"
 
 namespace crash {
 

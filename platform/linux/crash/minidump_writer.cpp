@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <ctime>
 
+#include "platform/bounded_text.h"
 #include "platform/linux/crash/cpu_context.h"
 #include "platform/linux/crash/dump_file.h"
+#include "platform/linux/crash/fault_text.h"
 #include "platform/linux/crash/full_memory.h"
+#include "platform/linux/crash/guarded_call.h"
 #include "platform/linux/crash/signal_safe_calls.h"
 #include "platform/linux/crash/utf16.h"
 
@@ -166,8 +170,52 @@ minidump::Location AppendMiscInfo(DumpFile& file, pid_t process) {
     return file.Append(&info, sizeof info);
 }
 
-minidump::Location AppendComment(DumpFile& file, const DumpTarget& target, DumpTables& tables) {
-    const std::size_t length = ToUtf16(target.comment.data(), tables.text);
+// One call of the program's description.
+struct DescriptionCall {
+    CrashDescription describe;
+    std::span<char> room;  // filled with nulls
+    std::size_t length;
+};
+
+void Describe(void* argument) {
+    auto& call = *static_cast<DescriptionCall*>(argument);
+    call.length = call.describe(call.room.data(), call.room.size());
+}
+
+void AddDescription(CrashDescription describe, CommentText& comment, BoundedText& text) {
+    const std::span<char> room(comment.description.data(), comment.description.size() - 1);
+    DescriptionCall call{.describe = describe, .room = room, .length = 0};
+    bool isWhole = false;
+    if (!comment.isDescribing) {
+        comment.description.fill('\0');
+        comment.isDescribing = true;
+        isWhole = CallDespiteFaults(Describe, &call);
+        comment.isDescribing = false;
+    }
+    if (!isWhole) {
+        call.length = strnlen(room.data(), room.size());
+    }
+    if (call.length != 0) {
+        (void)text.Add("\n").Add({room.data(), std::min(call.length, room.size())});
+    }
+    if (!isWhole) {
+        (void)text.Add("\n(what follows cannot be read)");
+    }
+}
+
+void MakeComment(const EXCEPTION_POINTERS& fault, const DumpTarget& target, CommentText& comment) {
+    BoundedText text(comment.text.data(), comment.text.size());
+    (void)text.Add(target.comment.data()).Add("\n");
+    AddFault(fault, text);
+    if (target.describe != nullptr) {
+        AddDescription(target.describe, comment, text);
+    }
+    comment.length = text.Length();
+}
+
+minidump::Location AppendComment(DumpFile& file, DumpTables& tables) {
+    const std::size_t length =
+        ToUtf16({tables.comment.text.data(), tables.comment.length}, tables.text);
     return file.Append(tables.text.data(), (length + 1) * sizeof(char16_t));
 }
 
@@ -196,6 +244,7 @@ bool WriteMinidump(const EXCEPTION_POINTERS& fault, const DumpTarget& target, Th
     if (which == Threads::kAll) {
         StopThreads(fault.process, fault.thread, tables.traced);
     }
+    MakeComment(fault, target, tables.comment);
     ReadMemoryMap(tables.map);
 
     StreamList streams{};
@@ -208,7 +257,7 @@ bool WriteMinidump(const EXCEPTION_POINTERS& fault, const DumpTarget& target, Th
                 AppendException(file, fault, threads.front().threadContext));
     streams.Add(minidump::kSystemInfoStream, AppendSystemInfo(file, target, tables));
     streams.Add(minidump::kMiscInfoStream, AppendMiscInfo(file, fault.process));
-    streams.Add(minidump::kCommentStreamW, AppendComment(file, target, tables));
+    streams.Add(minidump::kCommentStreamW, AppendComment(file, tables));
     streams.Add(minidump::kLinuxMapsStream,
                 file.Append(tables.map.text.data(), tables.map.textLength));
     if (fullMemory) {

@@ -2,10 +2,11 @@
 
 #include <climits>
 
+#include "platform/crash.h"
 #include "platform/linux/crash/fault.h"
-#include "platform/linux/crash/minidump_format.h"
 #include "platform/linux/crash/process_memory.h"
 #include "platform/linux/crash/thread_stopper.h"
+#include "platform/minidump_format.h"
 
 // Writes a minidump. Runs in the signal handler or in a process that shares its memory.
 
@@ -20,8 +21,18 @@ struct DumpTarget {
     std::array<char, PATH_MAX> folder;
     std::array<char, 1024> comment;
     std::array<char, 512> systemVersion;
-    std::array<char, PATH_MAX + 1024> announcement;  // for standard error
+    CrashDescription describe;  // may be null
     std::uint8_t processorCount;
+};
+
+// The dump's comment: what was prepared, the fault, and the program's own description, a line or
+// more of each.
+struct CommentText {
+    std::array<char, std::size_t{10} * 1024> text;
+    std::size_t length;
+    std::array<char, std::size_t{8} * 1024 + 1> description;  // by the program, and a null
+    // The last attempt to describe has not come to its end.
+    bool isDescribing;
 };
 
 // Room for what is gathered while a dump is written. Mapped beforehand, a few pages of it are ever
@@ -35,12 +46,14 @@ struct DumpTables {
     std::array<minidump::Module, 2048> modules;
     std::array<minidump::MemoryDescriptor64, 65'536> memory;
     std::array<std::uint64_t, 4096> pageStates;
-    std::array<char16_t, PATH_MAX + 1> text;
+    CommentText comment;
+    std::array<char16_t, std::size_t{12} * 1024> text;
 };
 
 // False if no dump has been written; nothing is left behind then. Threads other than the faulting
 // one are told of only by a process of their own that shares the faulting one's memory, with
-// SIGCHLD blocked.
+// SIGCHLD blocked. `tables.comment.isDescribing` has to be false at the first attempt: a later one
+// does not call a description again in which the process has ended.
 bool WriteMinidump(const EXCEPTION_POINTERS& fault, const DumpTarget& target, Threads which,
                    bool fullMemory, DumpTables& tables);
 

@@ -95,7 +95,7 @@ struct ServiceProfile {
 void BlockServiceSignals(ServiceProfile profile);
 
 // How often the service manager wants to hear that the service is alive, at least; 0: not at all.
-// And tells it so. Any thread.
+// And tells it so, if it is time to: to be called more than twice as often. Any thread.
 [[nodiscard]] std::chrono::microseconds WatchdogInterval();
 void FeedWatchdog();
 

@@ -95,8 +95,12 @@ std::chrono::microseconds WatchdogInterval() {
 }
 
 void FeedWatchdog() {
-    static const bool isWanted = WatchdogInterval().count() != 0;
-    if (isWanted) {
+    using Clock = std::chrono::steady_clock;
+    static const auto interval = WatchdogInterval();
+    static std::atomic<Clock::duration> fed{Clock::duration::min() / 2};
+    const auto now = Clock::now().time_since_epoch();
+    if (interval.count() != 0 && now - fed.load() >= interval / 4) {
+        fed.store(now);
         (void)sd_notify(0, "WATCHDOG=1");
     }
 }

@@ -7,7 +7,14 @@ function app.init()
     return mode == "init fails" and 5 or 0
 end
 
+local function spin()
+    repeat local s = ("x"):rep(99) until s == ""
+end
+
 function app.main()
+    if mode == "hangs" then
+        spin()
+    end
     if mode == "unhardens" then
         while not io.open("/etc/probe/go") do
             dom:Wait(20)

@@ -102,6 +102,7 @@ class CLuaStateLock {
     Mutex m_mutex;
     CondVar m_changed;
     std::atomic<std::thread::id> m_owner;  // written under m_mutex
+    static_assert(decltype(m_owner)::is_always_lock_free);
     unsigned m_depth ZELKA_GUARDED_BY(m_mutex) = 0;
     std::deque<std::shared_ptr<Request>> m_requests ZELKA_GUARDED_BY(m_mutex);
     std::atomic<std::size_t> m_requested = 0;  // the size of m_requests

@@ -6,4 +6,18 @@
 // to be run if it is given, which ends by returning or with a CommandError. `options` outlives the
 // program's run.
 
-void AddDumps(CLI::App& app, const Options& options);
+void AddStatusCommand(CLI::App& app, const Options& options);
+void AddTasksCommand(CLI::App& app, const Options& options);
+void AddStacksCommand(CLI::App& app, const Options& options);
+void AddVarsCommand(CLI::App& app, const Options& options);
+void AddSettingsCommand(CLI::App& app, const Options& options);
+void AddEventsCommand(CLI::App& app, const Options& options);
+void AddLogCommand(CLI::App& app, const Options& options);
+// Takes what begins with a minus as an argument, and so has the options of all commands itself.
+void AddTraceCommand(CLI::App& app, Options& options);
+void AddRunCommand(CLI::App& app, const Options& options);
+void AddConsoleCommand(CLI::App& app, const Options& options);
+void AddReloadCommand(CLI::App& app, const Options& options);
+void AddStopCommand(CLI::App& app, const Options& options);
+void AddDiagnoseCommand(CLI::App& app, const Options& options);
+void AddDumpsCommand(CLI::App& app, const Options& options);

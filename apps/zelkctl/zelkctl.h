@@ -21,8 +21,16 @@ class CommandError : public std::runtime_error {
     ExitCode m_code;
 };
 
+// A failure that has been told already.
+class QuietFailure : public CommandError {
+  public:
+    QuietFailure() : CommandError("") {}
+};
+
 // The options of all commands. Constant once a command runs.
 struct Options {
     std::string workdir = "/var/lib/zelk_agent";  // of the agent, that of the service by default
     bool isJson = false;                          // for programs, and not for people
 };
+
+void AddCommonOptions(CLI::App& app, Options& options);

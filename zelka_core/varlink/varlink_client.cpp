@@ -51,6 +51,9 @@ std::error_code VarlinkClient::Receive(VarlinkReply& reply, const Deadline& dead
                        ? std::error_code()
                        : std::make_error_code(std::errc::protocol_error);
         }
+        if (m_reader.IsTooLong()) {
+            return std::make_error_code(std::errc::message_size);
+        }
         std::string bytes;
         bool isOver = false;
         if (const auto error = ReceiveSome(m_connection.Get(), kReadSize, bytes, isOver)) {

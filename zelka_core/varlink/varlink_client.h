@@ -24,7 +24,7 @@ class VarlinkClient {
     [[nodiscard]] std::error_code Send(const VarlinkCall& call);
 
     // Waits for the next reply. ETIMEDOUT at the deadline, ECONNRESET when the service has gone,
-    // EPROTO for what is no reply.
+    // EPROTO for what is no reply, EMSGSIZE for one that is too long.
     [[nodiscard]] std::error_code Receive(VarlinkReply& reply, const Deadline& deadline = {});
 
     // Ready to be read when a reply, or a part of one, has come.

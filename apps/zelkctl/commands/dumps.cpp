@@ -151,7 +151,7 @@ void ShowDumps(const Options& options) {
 
 }  // namespace
 
-void AddDumps(CLI::App& app, const Options& options) {
+void AddDumpsCommand(CLI::App& app, const Options& options) {
     app.add_subcommand("dumps", "list the crash dumps, and which Lua code ran; the newest first")
         ->callback([&options] { ShowDumps(options); });
 }

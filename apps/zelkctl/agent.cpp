@@ -1,0 +1,162 @@
+#include "apps/zelkctl/agent.h"
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "apps/zelkctl/reply.h"
+
+namespace {
+
+using ZelkaCore::Json;
+
+constexpr const char* kInterface = "com.orvane.zelka.";
+constexpr std::string_view kProtocol = "org.varlink.service.";
+
+// An error that is told by a text of ours, and the member of its parameters behind that.
+struct ErrorText {
+    const char* name;
+    const char* text;
+    const char* member;
+};
+
+constexpr std::array kErrorTexts{
+    ErrorText{"com.orvane.zelka.NotRunning", "no Lua application can do that now", "reason"},
+    ErrorText{"com.orvane.zelka.Busy", "the application does not answer", "reason"},
+    ErrorText{"com.orvane.zelka.Hardened", "the service is hardened", "reason"},
+    ErrorText{"com.orvane.zelka.NoSuchSetting", "there is no such setting", "name"},
+    ErrorText{"com.orvane.zelka.Failed", "the agent could not do it", "reason"},
+    ErrorText{"com.orvane.zelka.BadMessage", "the agent does not understand the call", "reason"},
+    ErrorText{"com.orvane.zelka.TooManyConnections",
+              "the agent has all the connections that it takes", "limit"},
+    ErrorText{"org.varlink.service.InvalidParameter", "the agent does not take the parameter",
+              "parameter"},
+    ErrorText{"org.varlink.service.PermissionDenied",
+              "the agent answers only root and its own user", nullptr},
+};
+
+std::string WithoutInterface(const std::string& name) {
+    const auto dot = name.rfind('.');
+    return dot == std::string::npos ? name : name.substr(dot + 1);
+}
+
+std::string TextOf(const std::string& method, const ZelkaCore::VarlinkReply& reply) {
+    for (const std::string_view unknown :
+         {"MethodNotFound", "InterfaceNotFound", "MethodNotImplemented"}) {
+        if (reply.error == std::string(kProtocol).append(unknown)) {
+            return "the agent is older than zelkctl: it does not know " + WithoutInterface(method);
+        }
+    }
+    for (const ErrorText& known : kErrorTexts) {
+        if (reply.error == known.name) {
+            return known.member == nullptr ? known.text
+                                           : std::string(known.text) + ": " +
+                                                 MemberText(reply.parameters, known.member);
+        }
+    }
+    return "the agent answers " + Shown(reply.error) + " " + Shown(ToText(reply.parameters));
+}
+
+AgentLost ConnectError(const std::string& socket, const std::error_code& error) {
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::connection_refused ||
+        error == std::errc::not_a_directory) {
+        return AgentLost("no agent runs there: " + socket + ": " + error.message(),
+                         ExitCode::kNoAgent);
+    }
+    if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted) {
+        return AgentLost(socket + ": " + error.message() +
+                         ": run zelkctl as root or as the agent's user");
+    }
+    if (error == std::errc::resource_unavailable_try_again) {
+        return AgentLost(socket + ": the agent does not answer: too many wait for it");
+    }
+    return AgentLost(socket + ": " + error.message());
+}
+
+}  // namespace
+
+Agent::Agent(const std::string& workdir) : m_workdir(workdir), m_socket(workdir + "/control") {
+    if (const auto error = m_client.Connect(m_socket)) {
+        throw ConnectError(m_socket, error);
+    }
+}
+
+void Agent::Send(const std::string& method, const Json& parameters, bool wantsMore) {
+    ZelkaCore::VarlinkCall call;
+    call.method = method.find('.') == std::string::npos ? kInterface + method : method;
+    call.parameters = parameters;
+    call.wantsMore = wantsMore;
+    m_method = call.method;
+    m_hasReplied = false;
+    if (const auto error = m_client.Send(call)) {
+        Fail(error, kPatience);
+    }
+}
+
+Json Agent::Call(const std::string& method, const Json& parameters,
+                 std::chrono::milliseconds patience) {
+    Send(method, parameters, false);
+    auto reply = Next(Poller::Clock::now() + patience);
+    if (!reply) {
+        Fail(std::make_error_code(std::errc::timed_out), patience);
+    }
+    return std::move(reply->parameters);
+}
+
+void Agent::Start(const std::string& method, const Json& parameters) {
+    Send(method, parameters, true);
+}
+
+std::optional<Agent::Reply> Agent::Next(const Deadline& deadline) {
+    ZelkaCore::VarlinkReply reply;
+    const auto error = m_client.Receive(reply, deadline);
+    if (error == std::errc::timed_out) {
+        return std::nullopt;
+    }
+    if (error) {
+        Fail(error, kPatience);
+    }
+    if (!reply.error.empty()) {
+        throw CommandError(TextOf(m_method, reply));
+    }
+    m_hasReplied = true;
+    return Reply{std::move(reply.parameters), !reply.continues};
+}
+
+Agent::Reply Agent::NextWhenever() {
+    for (;;) {
+        if (auto reply = Next(m_hasReplied ? Deadline() : Poller::Clock::now() + kPatience)) {
+            return std::move(*reply);
+        }
+        CheckThatItAnswers();
+    }
+}
+
+void Agent::AwaitEnd() {
+    ZelkaCore::VarlinkReply reply;
+    while (!m_client.Receive(reply)) {
+    }
+}
+
+bool Agent::IsGone() const {
+    return Poller::IsReady(Descriptor(), Poller::kReadable);
+}
+
+void Agent::CheckThatItAnswers() const {
+    (void)Agent(m_workdir).Call("org.varlink.service.GetInfo");
+}
+
+void Agent::Fail(const std::error_code& error, std::chrono::milliseconds patience) const {
+    if (error == std::errc::timed_out) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience).count();
+        throw AgentLost(m_socket + ": the agent has not answered for " + std::to_string(seconds) +
+                        " seconds");
+    }
+    if (error == std::errc::connection_reset || error == std::errc::broken_pipe) {
+        throw AgentLost(m_socket + ": the agent has closed the connection");
+    }
+    if (error == std::errc::protocol_error) {
+        throw AgentLost(m_socket + ": what answers there is no agent");
+    }
+    throw AgentLost(m_socket + ": " + error.message());
+}

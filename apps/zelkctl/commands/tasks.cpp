@@ -1,0 +1,28 @@
+#include "apps/zelkctl/agent.h"
+#include "apps/zelkctl/commands.h"
+#include "apps/zelkctl/reply.h"
+#include "apps/zelkctl/table.h"
+
+namespace {
+
+void RunTasks(const Options& options) {
+    const auto reply = Agent(options.workdir).Call("ListTasks");
+    if (options.isJson) {
+        PrintJson(reply);
+        return;
+    }
+    Table table({"TASK", "STATE", "WAITS FOR", "SINCE", "PLACE"});
+    for (const auto& task : MemberPart(reply, "tasks")) {
+        table.Add({MemberText(task, "name"), MemberText(task, "state"),
+                   MemberText(task, "waits_for"), MemberDuration(task, "since_ms"),
+                   MemberText(task, "place")});
+    }
+    Print(table.Take());
+}
+
+}  // namespace
+
+void AddTasksCommand(CLI::App& app, const Options& options) {
+    app.add_subcommand("tasks", "Each task: its state, what it waits for, and since when")
+        ->callback([&options] { RunTasks(options); });
+}

@@ -1,0 +1,31 @@
+#include <memory>
+
+#include "apps/zelkctl/agent.h"
+#include "apps/zelkctl/commands.h"
+#include "apps/zelkctl/reply.h"
+#include "apps/zelkctl/table.h"
+
+namespace {
+
+void RunVars(const Options& options, const std::string& prefix) {
+    const auto reply =
+        Agent(options.workdir).Call("ListVariables", ZelkaCore::Json{{"prefix", prefix}});
+    if (options.isJson) {
+        PrintJson(reply);
+        return;
+    }
+    Table table({"VARIABLE", "VALUE"});
+    for (const auto& variable : MemberPart(reply, "variables")) {
+        table.Add({MemberText(variable, "name"), MemberText(variable, "value")});
+    }
+    Print(table.Take());
+}
+
+}  // namespace
+
+void AddVarsCommand(CLI::App& app, const Options& options) {
+    auto* command = app.add_subcommand("vars", "The domain variables; secrets read ***");
+    auto prefix = std::make_shared<std::string>();
+    command->add_option("PREFIX", *prefix, "only those whose name begins with it");
+    command->callback([&options, prefix] { RunVars(options, *prefix); });
+}

@@ -66,7 +66,7 @@ LineEditor::LineEditor(Completer completer, const std::vector<std::string>& hist
     (void)el_set(editor, EL_BIND, "^C", "cancel", nullptr);
     (void)el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     // While a line is edited Ctrl-C is a key like any other, and no signal.
-    (void)el_set(editor, EL_SETTY, "-d", "intr=", nullptr);
+    (void)el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
     (void)el_source(editor, nullptr);
 }
 

@@ -13,22 +13,22 @@ using ZelkaCore::Json;
 constexpr const char* kInterface = "com.orvane.zelka.";
 constexpr std::string_view kProtocol = "org.varlink.service.";
 
-// An error that is told by a text of ours, and the member of its parameters behind that.
+// An error that is told in words.
 struct ErrorText {
     const char* name;
     const char* text;
-    const char* member;
+    const char* member;  // is shown behind the text; null: none is
 };
 
 constexpr std::array kErrorTexts{
     ErrorText{"com.orvane.zelka.NotRunning", "no Lua application can do that now", "reason"},
     ErrorText{"com.orvane.zelka.Busy", "the application does not answer", "reason"},
-    ErrorText{"com.orvane.zelka.Hardened", "the service is hardened", "reason"},
+    ErrorText{"com.orvane.zelka.Hardened", "the agent refuses that", "reason"},
     ErrorText{"com.orvane.zelka.NoSuchSetting", "there is no such setting", "name"},
     ErrorText{"com.orvane.zelka.Failed", "the agent could not do it", "reason"},
-    ErrorText{"com.orvane.zelka.BadMessage", "the agent does not understand the call", "reason"},
+    ErrorText{"com.orvane.zelka.BadMessage", "the agent does not take the call", "reason"},
     ErrorText{"com.orvane.zelka.TooManyConnections",
-              "the agent has all the connections that it takes", "limit"},
+              "the agent has as many connections as it takes", "limit"},
     ErrorText{"org.varlink.service.InvalidParameter", "the agent does not take the parameter",
               "parameter"},
     ErrorText{"org.varlink.service.PermissionDenied",

@@ -15,22 +15,13 @@ using ZelkaCore::CAgentEvent;
 using ZelkaCore::Json;
 using ZelkaCore::StoredAgentEvent;
 
-constexpr std::size_t kLast = 20;  // events, if nothing says which
-
-std::string SeverityName(CAgentEvent::_EventSeverity severity) {
-    for (const char* name : {"fatal", "error", "warning", "notice", "info", "debug"}) {
-        if (CAgentEvent::SeverityFromName(name) == severity) {
-            return name;
-        }
-    }
-    return {};
-}
+constexpr std::int64_t kLast = 20;  // events, if nothing says which
 
 Json AsTold(const StoredAgentEvent& stored) {
     const CAgentEvent& event = stored.event;
     return Json{{"id", stored.id},
                 {"code", event.GetEventCode()},
-                {"severity", SeverityName(event.GetSeverity())},
+                {"severity", CAgentEvent::NameOf(event.GetSeverity())},
                 {"time", event.GetJTime()},
                 {"data", ZelkaCore::ToUtf8(event.GetData())}};
 }
@@ -49,13 +40,14 @@ Json EventsOnDisk(const std::string& workdir, const std::optional<std::int64_t>&
     database.Reset();
     std::vector<StoredAgentEvent> found;
     ZelkaCore::AgentDatabase events(file, ZelkaCore::SqliteTuning());
-    if (!events.Events(after.value_or(0), ZelkaCore::AgentDatabase::kNoLimit, found)) {
+    const bool isRead = after ? events.Events(*after, ZelkaCore::AgentDatabase::kNoLimit, found)
+                              : events.LastEvents(kLast, found);
+    if (!isRead) {
         throw CommandError(file + ": the events cannot be read");
     }
-    const std::size_t first = after || found.size() <= kLast ? 0 : found.size() - kLast;
     Json told = Json::array();
-    for (std::size_t i = first; i < found.size(); ++i) {
-        told.push_back(AsTold(found[i]));
+    for (const StoredAgentEvent& event : found) {
+        told.push_back(AsTold(event));
     }
     return Json{{"events", std::move(told)}};
 }

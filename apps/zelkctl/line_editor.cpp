@@ -106,7 +106,7 @@ char* LineEditor::Prompt(EditLine* editor) {
 
 unsigned char LineEditor::Cancel(EditLine* editor, int) {
     Of(editor).m_isCancelled = true;
-    (void)std::fputs("^C", stdout);
+    (void)std::fputs("^C\n", stdout);
     return CC_NEWLINE;
 }
 

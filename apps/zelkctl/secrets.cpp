@@ -1,25 +1,19 @@
 #include "apps/zelkctl/secrets.h"
 
 #include <algorithm>
-#include <array>
-#include <cctype>
+
+#include "zelka_core/secret_name.h"
 
 namespace {
 
-constexpr std::array<std::string_view, 3> kWords{"password", "secret", "token"};
-
 // Where the value of the first secret of the line begins; npos if there is none.
 std::size_t BeginOfSecret(std::string_view line) {
-    std::string lower(line);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char character) {
-        return static_cast<char>(std::tolower(character));
-    });
-    std::size_t first = std::string::npos;
-    for (const std::string_view word : kWords) {
-        first = std::min(first, lower.find(word));
+    auto end = line.find('=');
+    while (end != std::string_view::npos &&
+           !ZelkaCore::IsSecretName(std::string(line.substr(0, end)))) {
+        end = line.find('=', end + 1);
     }
-    const std::size_t equals = first == std::string::npos ? first : line.find('=', first);
-    return equals == std::string::npos ? equals : equals + 1;
+    return end == std::string_view::npos ? end : end + 1;
 }
 
 }  // namespace
@@ -31,8 +25,8 @@ std::string WithoutSecrets(std::string_view text) {
         const std::string_view line = text.substr(0, size);
         const std::size_t begin = BeginOfSecret(line);
         masked += line.substr(0, begin);
-        if (begin != std::string::npos) {
-            masked += "***";
+        if (begin != std::string_view::npos) {
+            masked += ZelkaCore::kMasked;
         }
         masked += text.substr(size, 1);
         text.remove_prefix(std::min(size + 1, text.size()));

@@ -51,3 +51,9 @@ std::string StacksText(const Json& reply) {
     }
     return text;
 }
+
+void TellLeftOut(const Json& reply) {
+    if (MemberNumber(reply, "left_out").value_or(0) > 0) {
+        Tell("the agent leaves out " + MemberText(reply, "left_out") + " more");
+    }
+}

@@ -49,6 +49,15 @@ std::optional<CAgentEvent::_EventSeverity> CAgentEvent::SeverityFromName(const s
     return std::nullopt;
 }
 
+const char* CAgentEvent::NameOf(_EventSeverity severity) {
+    for (const auto& [known, text] : kNames) {
+        if (known == severity) {
+            return text;
+        }
+    }
+    return kNames.back().second;
+}
+
 CAgentEvent CAgentEvent::Now(int code, _EventSeverity severity, const wxString& data) {
     CAgentEvent event;
     event.SetEventCode(code);

@@ -40,6 +40,9 @@ class CAgentEvent {
     // it is written; nothing for any other text.
     static std::optional<_EventSeverity> SeverityFromName(const std::string& name);
 
+    // The name of a severity.
+    static const char* NameOf(_EventSeverity severity);
+
     // What happened, as a number that the receiver knows.
     void SetEventCode(int code) { m_code = code; }
     [[nodiscard]] int GetEventCode() const { return m_code; }

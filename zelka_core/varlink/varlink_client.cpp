@@ -18,7 +18,7 @@ std::error_code VarlinkClient::Connect(const std::string& path) {
     if (const auto error = m_poller.Open()) {
         return error;
     }
-    m_reader = {};
+    m_reader = VarlinkReader(kLargestReply);
     return ConnectLocal(path, m_connection);
 }
 

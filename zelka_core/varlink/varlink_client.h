@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -14,6 +15,9 @@ namespace ZelkaCore {
 // One connection to a Varlink service at a local socket. For one thread; it waits where it says so.
 class VarlinkClient {
   public:
+    // In bytes. A service may tell much at once.
+    static constexpr std::size_t kLargestReply = std::size_t{64} << 20;
+
     using Deadline = std::optional<Poller::Clock::time_point>;
 
     // ENOENT, ECONNREFUSED: no service is there.
@@ -35,7 +39,7 @@ class VarlinkClient {
 
     ScopedFd m_connection;
     Poller m_poller;
-    VarlinkReader m_reader;
+    VarlinkReader m_reader{kLargestReply};
 };
 
 }  // namespace ZelkaCore

@@ -58,7 +58,7 @@ std::string Serialize(const Json& object) {
 
 std::optional<std::string> VarlinkReader::Next() {
     const auto end = m_bytes.find('\0', m_looked);
-    if (end == std::string::npos || end - m_begin > kLimit) {
+    if (end == std::string::npos || end - m_begin > m_limit) {
         m_bytes.erase(0, m_begin);
         m_looked = m_bytes.size();
         m_begin = 0;

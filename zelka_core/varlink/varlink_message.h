@@ -27,8 +27,12 @@ struct VarlinkReply {
 // Takes messages out of the bytes of a connection.
 class VarlinkReader {
   public:
-    // A message is not larger, in bytes without its end.
+    // A call is not larger, in bytes without its end.
     static constexpr std::size_t kLimit = std::size_t{1} << 20;
+
+    VarlinkReader() = default;
+    // Takes messages of another size at most.
+    explicit VarlinkReader(std::size_t limit) : m_limit(limit) {}
 
     void Add(std::string_view bytes) { m_bytes += bytes; }
 
@@ -36,9 +40,10 @@ class VarlinkReader {
     std::optional<std::string> Next();
 
     // After Next has given none: whether what has come is too long for a message.
-    [[nodiscard]] bool IsTooLong() const { return m_bytes.size() - m_begin > kLimit; }
+    [[nodiscard]] bool IsTooLong() const { return m_bytes.size() - m_begin > m_limit; }
 
   private:
+    std::size_t m_limit = kLimit;
     std::string m_bytes;
     std::size_t m_begin = 0;   // of the message that Next takes
     std::size_t m_looked = 0;  // up to there is no end of it

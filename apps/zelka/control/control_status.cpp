@@ -77,7 +77,7 @@ Json ScriptOf(CLuaInterpreter* lua) {
 }
 
 Json Versions() {
-    return {{"lua", LUA_RELEASE},
+    return {{"lua", LUA_VERSION_MAJOR "." LUA_VERSION_MINOR "." LUA_VERSION_RELEASE},
             {"openssl", OpenSSL_version(OPENSSL_VERSION_STRING)},
             {"sqlite", sqlite3_libversion()},
             {"wxwidgets", wxVERSION_NUM_DOT_STRING},

@@ -28,23 +28,6 @@ Json AsJson(const CDom::Value& value) {
     return std::visit([](const auto& held) { return Json(held); }, value);
 }
 
-const char* NameOf(CAgentEvent::_EventSeverity severity) {
-    switch (severity) {
-        case CAgentEvent::SeverityFatal:
-            return "fatal";
-        case CAgentEvent::SeverityError:
-            return "error";
-        case CAgentEvent::SeverityWarning:
-            return "warning";
-        case CAgentEvent::SeverityNotice:
-            return "notice";
-        case CAgentEvent::SeverityInfo:
-            return "info";
-        default:
-            return "debug";
-    }
-}
-
 // Tells the events behind one, and those that come.
 class FollowEvents : public OngoingCall {
   public:
@@ -99,7 +82,7 @@ Json EventList(const std::vector<StoredAgentEvent>& events) {
     for (const auto& [id, event] : events) {
         list.push_back({{"id", id},
                         {"code", event.GetEventCode()},
-                        {"severity", NameOf(event.GetSeverity())},
+                        {"severity", CAgentEvent::NameOf(event.GetSeverity())},
                         {"time", event.GetJTime()},
                         {"data", ToUtf8(event.GetData())}});
     }

@@ -87,6 +87,7 @@ void Console::TakeLine(const std::string& line) {
     }
     if (end == ChunkEnd::kInterrupted) {
         m_agent.reset();  // which cancels it
+        Print("\n");
         Tell("cancelled");
     }
     m_hasFailed = m_hasFailed || end == ChunkEnd::kFailed;

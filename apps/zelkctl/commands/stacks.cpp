@@ -16,6 +16,7 @@ void AddStacksCommand(CLI::App& app, const Options& options) {
             PrintJson(reply);
         } else {
             Print(StacksText(reply));
+            TellLeftOut(reply);
         }
     });
 }

@@ -52,7 +52,9 @@ void PrintStatus(const Json& status) {
     const std::string phase = MemberText(status, "phase");
     Table table;
     table.Add({Cell("application", Tone::kHeading), IdentityText(status)});
-    table.Add({Cell("phase", Tone::kHeading), Cell(phase, PhaseTone(phase))});
+    const bool isToStop = MemberFlag(status, "stop_requested");
+    table.Add({Cell("phase", Tone::kHeading),
+               Cell(isToStop ? phase + ", asked to stop" : phase, PhaseTone(phase))});
     table.Add({Cell("hardened", Tone::kHeading),
                MemberFlag(status, "is_hardened")
                    ? Cell("yes: it can be neither changed nor stopped", Tone::kWarning)

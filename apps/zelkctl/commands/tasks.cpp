@@ -1,6 +1,7 @@
 #include "apps/zelkctl/agent.h"
 #include "apps/zelkctl/commands.h"
 #include "apps/zelkctl/reply.h"
+#include "apps/zelkctl/stacks_text.h"
 #include "apps/zelkctl/table.h"
 
 namespace {
@@ -12,12 +13,13 @@ void RunTasks(const Options& options) {
         return;
     }
     Table table({"TASK", "STATE", "WAITS FOR", "SINCE", "PLACE"});
-    for (const auto& task : MemberPart(reply, "tasks")) {
+    for (const auto& task : MemberPart(reply, "threads")) {
         table.Add({MemberText(task, "name"), MemberText(task, "state"),
                    MemberText(task, "waits_for"), MemberDuration(task, "since_ms"),
                    MemberText(task, "place")});
     }
     Print(table.Take());
+    TellLeftOut(reply);
 }
 
 }  // namespace

@@ -65,6 +65,19 @@ class FolderTree {
     // Deletes a file or a link. What is gone already is no failure, and a folder stays: EISDIR.
     [[nodiscard]] std::error_code DeleteFile(const std::string& path);
 
+    // Opens a file for reading. A link there is not followed: ELOOP; what is no regular file is
+    // PlatformError::kNotRegularFile.
+    [[nodiscard]] std::error_code OpenFile(const std::string& path, ScopedFd& file);
+
+    // Gives the file or link at `path` the further name `to`, over what has it, at once; where the
+    // file system cannot do so a copy of the file gets it, which is on the disk then. Missing
+    // folders above `to` are made. In between it is called `temporary` there.
+    [[nodiscard]] std::error_code ShareFile(const std::string& path, const std::string& to,
+                                            const std::string& temporary);
+
+    // Deletes a folder and the files in it. What is gone already is no failure.
+    [[nodiscard]] std::error_code DeleteFolder(const std::string& path);
+
     // Gives the file `name` of the folder itself the name `to`, over what has that name, or deletes
     // it, by way of the name `aside`; but only if it is the given version: else it stays, and
     // PlatformError::kReplaced.

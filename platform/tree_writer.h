@@ -46,11 +46,12 @@ class TreeWriter {
     [[nodiscard]] std::error_code MakeFolder(const std::string& path, unsigned permissions);
 
     // One file: begun, written in pieces, and then finished or dropped. Missing folders above it
-    // are made. Without permissions it gets those of the file that it replaces, or the usual ones.
-    // A failed Begin or Finish has dropped the file.
+    // are made. Without permissions it gets those of the file that it replaces, or the usual ones;
+    // `given`, if it is not null, receives what it got. A failed Begin or Finish has dropped the file.
     [[nodiscard]] std::error_code BeginFile(const std::string& path);
     [[nodiscard]] std::error_code WriteFile(std::string_view bytes);
-    [[nodiscard]] std::error_code FinishFile(std::optional<unsigned> permissions);
+    [[nodiscard]] std::error_code FinishFile(std::optional<unsigned> permissions,
+                                             unsigned* given = nullptr);
     void DropFile();
 
     // True when it is time to Commit: finished files hold memory and their folders descriptors.

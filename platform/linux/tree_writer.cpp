@@ -115,13 +115,17 @@ std::error_code TreeWriter::WriteFile(std::string_view bytes) {
     return WriteAll(m_file.fd, bytes);
 }
 
-std::error_code TreeWriter::FinishFile(std::optional<unsigned> permissions) {
-    const unsigned mode =
-        permissions ? *permissions : PermissionsOf(m_file.folder->fd.Get(), m_file.name);
-    if (fchmod(m_file.fd.Get(), mode & kPermissions) != 0) {
+std::error_code TreeWriter::FinishFile(std::optional<unsigned> permissions, unsigned* given) {
+    const unsigned mode = kPermissions & (permissions ? *permissions
+                                                      : PermissionsOf(m_file.folder->fd.Get(),
+                                                                      m_file.name));
+    if (fchmod(m_file.fd.Get(), mode) != 0) {
         const auto error = LastSystemError();
         DropFile();
         return error;
+    }
+    if (given != nullptr) {
+        *given = mode;
     }
     m_file.folder->touched = true;
     m_finished.push_back(std::exchange(m_file, {}));

@@ -14,6 +14,7 @@
 #include "platform/tree_writer.h"
 #include "zelka_core/archive/package_check.h"
 #include "zelka_core/archive/zip_archive.h"
+#include "zelka_core/system/sha256.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -69,7 +70,7 @@ class Extraction {
         for (const std::string& reserved : m_options.reserved) {
             m_writer.Tree().Reserve(reserved);
         }
-        return CheckPlaces();
+        return CheckPlaces() && AskObserver();
     }
 
     bool Walk(UnzipCallback callback, void* userData) {
@@ -78,8 +79,8 @@ class Extraction {
         for (std::size_t i = 0; succeeded && i < m_paths.size(); ++i) {
             if (Entry(i).IsFolder()) {
                 m_waitingFolders.push_back(i);
-            } else if (Ask(i, callback, userData)) {
-                succeeded = (accepted || HasRoom()) && MakeFolders() && Write(i);
+            } else if (m_paths[i] != m_options.passedOver && Ask(i, callback, userData)) {
+                succeeded = (accepted || (HasRoom() && Begin())) && MakeFolders() && Write(i);
                 accepted = true;
             }
         }
@@ -103,15 +104,16 @@ class Extraction {
     }
 
     bool CheckPlaces() {
-        std::vector<std::string> places = m_paths;  // with links followed
+        m_places = m_paths;
         for (std::size_t i = 0; i < m_paths.size(); ++i) {
             Progress();
-            if (!CheckPlace(i, places[i])) {
+            if (!CheckPlace(i, m_places[i])) {
                 return false;
             }
         }
         std::string fault;
-        return places == m_paths || CheckClashes(m_archive.Entries(), places, fault) || Fail(fault);
+        return m_places == m_paths || CheckClashes(m_archive.Entries(), m_places, fault) ||
+               Fail(fault);
     }
 
     bool CheckPlace(std::size_t index, std::string& place) {
@@ -132,6 +134,18 @@ class Extraction {
                FailEntry(index, "is a file where there is a folder");
     }
 
+    bool AskObserver() {
+        std::string fault;
+        UnzipObserver* const observer = m_options.observer;
+        if (observer != nullptr && !observer->OnJudged(m_archive, m_places, fault)) {
+            return Fail(fault);
+        }
+        if (observer != nullptr && observer->WantsChecksums()) {
+            m_sum.emplace();
+        }
+        return true;
+    }
+
     [[nodiscard]] bool HasRoom() const {
         const TreeWriter::Room left = m_writer.RoomLeft();
         const DeclaredRoom needed = RoomFor(m_archive.Entries(), left.blockSize);
@@ -141,6 +155,11 @@ class Extraction {
                         "', which has " + std::to_string(have) + " to give");
         };
         return fits(needed.bytes, left.bytes, " bytes") && fits(needed.files, left.files, " files");
+    }
+
+    [[nodiscard]] bool Begin() const {
+        std::string fault;
+        return m_options.observer == nullptr || m_options.observer->OnBegin(fault) || Fail(fault);
     }
 
     void Progress() const {
@@ -189,11 +208,18 @@ class Extraction {
         const auto sink = [&](std::string_view bytes) {
             Progress();
             error = m_writer.WriteFile(bytes);
+            if (m_sum) {
+                m_sum->Add(bytes);
+            }
             return !error;
         };
         if (!error && m_archive.Read(Entry(index), sink, reason)) {
             const unsigned own = Entry(index).Permissions();
-            error = m_writer.FinishFile(own == 0 ? std::nullopt : std::optional(own));
+            unsigned given = 0;
+            error = m_writer.FinishFile(own == 0 ? std::nullopt : std::optional(own), &given);
+            if (!error && m_sum) {
+                m_options.observer->OnFile(m_places[index], m_sum->Finish(), given);
+            }
         }
         if (error) {
             reason = "cannot be written: " + error.message();
@@ -215,6 +241,8 @@ class Extraction {
     ZipArchive m_archive;
     TreeWriter m_writer;
     std::vector<std::string> m_paths;           // of the entries, below the folder
+    std::vector<std::string> m_places;          // the same with links followed
+    std::optional<Sha256> m_sum;                // if the observer wants them
     std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
 };
 

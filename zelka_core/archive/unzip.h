@@ -11,10 +11,31 @@ class wxZipEntry;
 
 namespace ZelkaCore {
 
+class ZipArchive;
+
 // Asked about each file of an archive: true to have it written to `targetPath`, an absolute path,
 // false to pass it over. The entry shows name, time, size, method, attributes and permissions; it
 // lasts for the call. A refusal ends nothing and is no failure. No exception may leave it.
 using UnzipCallback = bool (*)(void* userData, const wxZipEntry* entry, const wxString* targetPath);
+
+// Looks on while an archive is unpacked. No exception but std::exception leaves it; one is the
+// unpacking's failure.
+class UnzipObserver {
+  public:
+    virtual ~UnzipObserver() = default;
+
+    // Everything has been judged, and nothing is asked for or written yet. `places` are the paths
+    // of the entries below the folder, without links, in the order of the directory. False, with
+    // the reason in `fault`, refuses the archive.
+    virtual bool OnJudged(ZipArchive& archive, const std::vector<std::string>& places,
+                          std::string& fault) = 0;
+    // The first file is about to be written. False as before.
+    virtual bool OnBegin(std::string& fault) = 0;
+    // Asked once everything was judged: whether OnFile is of interest.
+    [[nodiscard]] virtual bool WantsChecksums() const = 0;
+    // A file is written, and comes into its place when Unzip commits it.
+    virtual void OnFile(const std::string& place, const std::string& sha256, unsigned mode) = 0;
+};
 
 struct UnzipOptions {
     // The archive lists what the callback deletes, and refuses to have written: then it is no fault
@@ -26,6 +47,9 @@ struct UnzipOptions {
     void (*progress)() = nullptr;
     // Receives the version of the archive that was opened.
     FileVersion* opened = nullptr;
+    // The path of an entry that is neither asked about nor written.
+    std::string passedOver = {};
+    UnzipObserver* observer = nullptr;
 };
 
 // Walks a ZIP archive in its own order, asks `callback` about each file, and writes the accepted

@@ -2,6 +2,7 @@
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
+#include <SQLiteCpp/Transaction.h>
 #include <sqlite3.h>
 #include <wx/log.h>
 
@@ -189,6 +190,20 @@ bool AgentDatabase::Settings(std::vector<std::pair<std::string, std::string>>& s
     return ran;
 }
 
+bool AgentDatabase::Transact(Access access, const char* task, const Work& work) {
+    return Run(access, task, [&](SQLite::Database& database) {
+        if (access == Access::Read) {
+            const SQLite::Transaction view(database);
+            work(database);
+            return;
+        }
+        SetSynchronous(database, SqliteTuning::kExtra);
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        work(database);
+        transaction.commit();
+    });
+}
+
 bool AgentDatabase::Run(Access access, const char* task, const Work& work) {
     const MutexLock lock(m_mutex);
     std::string reason;
@@ -279,7 +294,7 @@ AgentDatabase::State AgentDatabase::Connect(Access access, bool exclusive) {
     if (version == 0 && access != Access::Make) {
         return State::Absent;
     }
-    if (version < LatestSchemaVersion()) {
+    if (version < LatestSchemaVersion() && !connection->snapshot) {
         if (!exclusive) {
             return State::NeedsExclusive;
         }

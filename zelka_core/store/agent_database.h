@@ -42,6 +42,11 @@ class AgentDatabase {
   public:
     static constexpr std::int64_t kNoLimit = -1;
 
+    // What an operation does when there is no database: finds nothing, as there is nothing to read
+    // or to change, or makes it.
+    enum class Access { Read, Change, Make };
+    using Work = std::function<void(SQLite::Database&)>;
+
     // Opens nothing yet. CSqliteDatabase::InitializeSQLite, if it is used, comes first.
     AgentDatabase(const std::filesystem::path& file, const SqliteTuning& tuning);
     AgentDatabase(const AgentDatabase&) = delete;
@@ -75,13 +80,14 @@ class AgentDatabase {
     // All settings, names and values, sorted by name. Replaces `settings`.
     bool Settings(std::vector<std::pair<std::string, std::string>>& settings);
 
+    // Lets `work` use the database in one transaction, all or nothing, which outlasts a power cut
+    // once it is true. It may be called again after it has thrown, and not at all where there is no
+    // database. `task` completes "could not ...". False if it threw in the end.
+    bool Transact(Access access, const char* task, const Work& work);
+
   private:
-    // What an operation does when there is no database: finds nothing, as there is nothing to read
-    // or to change, or makes it.
-    enum class Access { Read, Change, Make };
     enum class State { Ready, Absent, NeedsExclusive };
     struct Connection;
-    using Work = std::function<void(SQLite::Database&)>;
 
     bool Run(Access access, const char* task, const Work& work) ZELKA_EXCLUDES(m_mutex);
     bool SelectEvents(const char* query, std::int64_t first, std::int64_t second,

@@ -20,6 +20,25 @@ constexpr std::array kSteps{
     "CREATE TABLE agent_event (id INTEGER PRIMARY KEY AUTOINCREMENT,"
     " code INTEGER NOT NULL, severity INTEGER NOT NULL,"
     " jtime INTEGER NOT NULL, time INTEGER NOT NULL, data TEXT NOT NULL);",
+    // Packages with a manifest, by whose names everything here goes, and the files that they own.
+    // package_change: what was begun with a package and is not done. package_kept: what lies in the
+    // place of the package's kept files, and where it was; `owned_sha256` is null for what the
+    // package did not own. package_trial: the package as it was before the version that is on trial.
+    "CREATE TABLE package (name TEXT NOT NULL PRIMARY KEY, version TEXT NOT NULL,"
+    " requirements TEXT NOT NULL, archive TEXT NOT NULL, signer TEXT NOT NULL,"
+    " installed INTEGER NOT NULL);"
+    "CREATE TABLE package_file (path TEXT NOT NULL PRIMARY KEY, package TEXT NOT NULL,"
+    " sha256 TEXT NOT NULL, mode INTEGER NOT NULL);"
+    "CREATE INDEX package_file_package ON package_file (package);"
+    "CREATE TABLE package_change (package TEXT NOT NULL PRIMARY KEY, archive TEXT NOT NULL);"
+    "CREATE TABLE package_change_file (package TEXT NOT NULL, path TEXT NOT NULL,"
+    " PRIMARY KEY (package, path));"
+    "CREATE TABLE package_kept (package TEXT NOT NULL, path TEXT NOT NULL, number INTEGER NOT NULL,"
+    " sha256 TEXT NOT NULL, owned_sha256 TEXT, owned_mode INTEGER, PRIMARY KEY (package, path));"
+    "CREATE TABLE package_trial (package TEXT NOT NULL PRIMARY KEY, version TEXT NOT NULL,"
+    " requirements TEXT NOT NULL, archive TEXT NOT NULL, signer TEXT NOT NULL,"
+    " installed INTEGER NOT NULL, failures INTEGER NOT NULL, start TEXT NOT NULL,"
+    " needs_start INTEGER NOT NULL);",
 };
 
 void RefuseUnknownVersion(SQLite::Database& database) {

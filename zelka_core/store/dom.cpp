@@ -221,7 +221,6 @@ bool CDom::Settings(std::vector<std::pair<std::string, std::string>>& settings) 
     return database != nullptr && database->Settings(settings);
 }
 
-// The database of the working folder that was set when it was first asked for; null before that.
 AgentDatabase* CDom::Database() {
     const std::string file = GetPluginFile("zelka_core", "zelk_agent.db");
     const MutexLock lock(m_mutex);

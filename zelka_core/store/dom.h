@@ -107,6 +107,10 @@ class CDom {
     bool LastAgentEvents(std::int64_t count, std::vector<StoredAgentEvent>& events);
     bool Settings(std::vector<std::pair<std::string, std::string>>& settings);
 
+    // Where these are, of the working folder that was set when it was first asked for; lasts as
+    // long as the store. Null before that.
+    AgentDatabase* Database();
+
     // Puts a searcher for the archives that `app.lua.zippath` names at this moment, separated by
     // ';', into `package.searchers` of a Lua state, behind `package.preload` and before the search
     // for files. Returns 0; may raise a Lua error.
@@ -123,8 +127,6 @@ class CDom {
   private:
     bool Write(const std::string& name, Value value);
     std::size_t GrowthBy(const std::string& name, const Value& value) const ZELKA_REQUIRES(m_mutex);
-
-    AgentDatabase* Database();
 
     CConditions m_conditions;
     std::atomic<bool> m_stopRequested = false;

@@ -5,14 +5,17 @@
 #include <wx/filename.h>
 #include <wx/log.h>
 
+#include <cstdlib>
 #include <system_error>
 #include <utility>
 
-#include "apps/zelka/plugins/plugin_type.h"
+#include "apps/zelka/version.h"
 #include "platform/error.h"
 #include "platform/move_file.h"
 #include "platform/service.h"
+#include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
+#include "zelka_core/store/agent_database.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/system/clocks.h"
@@ -24,15 +27,14 @@ using ZelkaCore::ToUtf8;
 
 namespace {
 
-constexpr const char* kLockName = ".zelka-packages.lock";
-
 // Where a package is on its way to being deleted; if it stays there, it goes as a temporary file.
 constexpr const char* kAsideName = ".zelka-unzip-removed";
 
 // What is the agent's own, wherever its working folder is.
 std::vector<std::string> OwnPlaces(const ZelkaCore::CDom& dom, const wxString& folder) {
     const wxString work = dom.GetWxString("app.path.work");
-    std::vector<std::string> places{ToUtf8(folder) + "/" + kLockName,
+    std::vector<std::string> places{ToUtf8(folder) + "/" + ZelkaCore::kPackagesLock,
+                                    ToUtf8(folder) + "/" + ZelkaCore::kKeptFolder,
                                     ToUtf8(folder) + "/" + kPendingDeletesName};
     if (!work.empty()) {
         for (const char* own : {"", "/log", "/plugins/zelka_core", "/plugins/diag"}) {
@@ -43,10 +45,32 @@ std::vector<std::string> OwnPlaces(const ZelkaCore::CDom& dom, const wxString& f
     return places;
 }
 
+// What this start is called where starts are counted; the service manager's word for it, if there
+// is one, also names what it runs before the agent.
+std::string NameOfStart() {
+    const char* invocation = std::getenv("INVOCATION_ID");
+    return invocation != nullptr ? invocation : std::to_string(ZelkaCore::TimeNowMillis());
+}
+
+ZelkaCore::PackageHost HostOf(const ZelkaCore::CDom& dom) {
+    const wxFileName program(dom.GetWxString("app.path.exe"));
+    return {.name = "zelk_agent",
+            .version = ZELKA_VERSION,
+            .program = {ToUtf8(program.GetFullName()), "lib/", "zelka_core/"},
+            .start = NameOfStart()};
+}
+
+void Report(const std::vector<std::string>& notes) {
+    for (const std::string& note : notes) {
+        wxLogWarning("%s", FromUtf8(note));
+    }
+}
+
 }  // namespace
 
 PackageRound::PackageRound(ZelkaCore::CDom& dom)
     : m_folder(wxFileName(dom.GetWxString("app.path.bin"), wxString()).GetPath(wxPATH_GET_VOLUME)),
+      m_host(HostOf(dom)),
       m_reserved(OwnPlaces(dom, m_folder)) {
     bool isTold = false;
     const auto wait = [&] {
@@ -56,7 +80,7 @@ PackageRound::PackageRound(ZelkaCore::CDom& dom)
         }
         ExtendServiceTimeout();
     };
-    const auto error = m_lock.Take(ToUtf8(m_folder) + "/" + kLockName, wait);
+    const auto error = m_lock.Take(ToUtf8(m_folder) + "/" + ZelkaCore::kPackagesLock, wait);
     if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
         wxLogVerbose("No other agent is kept from the packages in %s: %s", m_folder,
                      FromUtf8(error.message()));
@@ -67,25 +91,57 @@ PackageRound::PackageRound(ZelkaCore::CDom& dom)
     if (const auto fault = m_tree.Open(ToUtf8(m_folder))) {
         wxLogError("%s cannot be opened: %s", m_folder, FromUtf8(fault.message()));
     }
+    std::vector<std::string> notes;
+    if (ZelkaCore::AgentDatabase* database = dom.Database();
+        database != nullptr && !m_settlement.emplace(*database).Open(ToUtf8(m_folder), notes)) {
+        m_settlement.reset();
+    }
+    Report(notes);
+}
+
+void PackageRound::Settle() {
+    if (m_settlement) {
+        std::vector<std::string> notes;
+        (void)m_settlement->SettleChanges(notes);
+        (void)m_settlement->SettleTrials(m_host.start, notes);
+        Report(notes);
+    }
 }
 
 bool PackageRound::Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback,
                           void* userData) {
-    return Walk(package, false, callback, userData);
+    if (!m_settlement) {
+        return Walk(package, false, callback, userData, nullptr);
+    }
+    ZelkaCore::PackageInstallation installation(*m_settlement, m_host,
+                                                ToUtf8(package.GetFullName()), "");
+    const bool isUnpacked = Walk(package, false, callback, userData, &installation);
+    std::vector<std::string> notes;
+    const bool isInstalled = installation.Finish(isUnpacked, notes);
+    Report(notes);
+    return isInstalled;
 }
 
 bool PackageRound::Remove(const wxFileName& package, ZelkaCore::UnzipCallback callback,
                           void* userData) {
-    return Walk(package, true, callback, userData);
+    m_deleted.clear();
+    ZelkaCore::PackageRemoval removal;
+    const bool isDone = Walk(package, true, callback, userData, &removal);
+    if (m_settlement && !m_settlement->Forget(m_deleted, isDone ? removal.Name() : "")) {
+        return false;
+    }
+    return isDone;
 }
 
 bool PackageRound::Walk(const wxFileName& package, bool removes, ZelkaCore::UnzipCallback callback,
-                        void* userData) {
+                        void* userData, ZelkaCore::UnzipObserver* observer) {
     m_allDeleted = true;
     const ZelkaCore::UnzipOptions options{.removes = removes,
                                           .reserved = m_reserved,
                                           .progress = &ExtendServiceTimeout,
-                                          .opened = &m_opened};
+                                          .opened = &m_opened,
+                                          .passedOver = ZelkaCore::kManifestName,
+                                          .observer = observer};
     return m_tree.IsOpen() &&
            ZelkaCore::Unzip(package, wxFileName(m_folder, wxString()), callback, userData,
                             options) &&
@@ -97,10 +153,19 @@ void PackageRound::DeleteTarget(const wxString& target) {
         m_tree.Forget();
     }
     wxString path;
-    const auto error = target.StartsWith(m_folder + "/", &path)
-                           ? m_tree.DeleteFile(ToUtf8(path))
-                           : std::make_error_code(std::errc::invalid_argument);
-    if (error && error != std::errc::is_a_directory) {
+    FolderTree::Kind kind{};
+    std::string place;
+    std::error_code error = target.StartsWith(m_folder + "/", &path)
+                                ? m_tree.Look(ToUtf8(path), kind, place)
+                                : std::make_error_code(std::errc::invalid_argument);
+    const bool isBelowFile = error == std::errc::not_a_directory;
+    if (!error) {
+        error = m_tree.DeleteFile(ToUtf8(path));
+    }
+    if (!error) {
+        m_deleted.push_back(place);
+    }
+    if (error && !isBelowFile && error != std::errc::is_a_directory) {
         m_allDeleted = false;
         wxLogSysError(error.value(), "File '%s' couldn't be removed", target);
     }
@@ -149,7 +214,7 @@ void ReportPackage(const wxString& verb, std::size_t number, std::size_t count,
 }
 
 void BeginEvent(ZelkaCore::CAgentEvent& event, const wxFileName& package) {
-    event.SetData(ShownName(wxString::Format("%s|%s|%s", GetPluginType(package), package.GetName(),
+    event.SetData(ShownName(wxString::Format("%s|%s|%s", ZelkaCore::GetPluginType(package), package.GetName(),
                                              package.GetFullPath())));
     event.SetJTime(ZelkaCore::TimeNowMillis());
     event.SetTime(static_cast<int>(event.GetJTime() / 1000));

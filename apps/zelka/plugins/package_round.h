@@ -4,12 +4,15 @@
 #include <wx/string.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/folder_tree.h"
 #include "platform/lock_file.h"
 #include "zelka_core/archive/unzip.h"
+#include "zelka_core/package/package_installation.h"
+#include "zelka_core/package/package_settlement.h"
 
 class wxFileName;
 
@@ -39,9 +42,14 @@ class PackageRound {
     // Whether other agents wait until this object goes.
     [[nodiscard]] bool IsAlone() const { return m_lock.IsTaken(); }
 
-    // ZelkaCore::Unzip over the folder, with nothing of the agent's own touched.
+    // Takes back what an earlier round has not finished, and packages whose trial has failed.
+    void Settle();
+
+    // ZelkaCore::Unzip over the folder, with nothing of the agent's own touched. A package with a
+    // manifest is judged, put on record, and taken back if it fails (PackageInstallation).
     bool Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);
-    // The same for a package whose callback deletes. False also if a file could not be deleted.
+    // The same for a package whose callback deletes, and so takes files from their owners. False
+    // also if a file could not be deleted.
     bool Remove(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);
 
     // Deletes the file at the target path of an entry, from inside a callback. What is gone already
@@ -55,15 +63,18 @@ class PackageRound {
 
   private:
     bool Walk(const wxFileName& package, bool removes, ZelkaCore::UnzipCallback callback,
-              void* userData);
+              void* userData, ZelkaCore::UnzipObserver* observer);
     static void ReportLeft(const wxString& path, std::error_code error);
 
     const wxString m_folder;
+    const ZelkaCore::PackageHost m_host;
     std::vector<std::string> m_reserved;
     LockFile m_lock;
     FolderTree m_tree;
     FileVersion m_opened;      // the package that was opened last
-    bool m_allDeleted = true;  // what it names
+    bool m_allDeleted = true;            // what it names
+    std::vector<std::string> m_deleted;  // of that, without links
+    std::optional<ZelkaCore::PackageSettlement> m_settlement;
 };
 
 // The full paths of the files in the folder that match a pattern, ascending: no folders, nothing

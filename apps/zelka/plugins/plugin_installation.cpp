@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "apps/zelka/plugins/package_round.h"
-#include "apps/zelka/plugins/plugin_type.h"
 #include "apps/zelka/plugins/relay_conflict.h"
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
 #include "platform/service.h"
+#include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
@@ -115,7 +115,7 @@ bool CAgentApp::InstallPackage(const wxFileName& package, ZelkaCore::CAgentEvent
     if (IsGone(package)) {
         return false;
     }
-    const wxString type = GetPluginType(package);
+    const wxString type = ZelkaCore::GetPluginType(package);
     if (type == "RELAY") {
         MoveZombiesAside();
     }

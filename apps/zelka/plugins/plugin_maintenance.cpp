@@ -21,6 +21,7 @@ void CAgentApp::MaintainPlugins() {
         // What a process that was killed in the middle of an installation has left.
         (void)ZelkaCore::RemoveTemporaryFiles(wxFileName(bin, wxString()));
     }
+    round.Settle();
     UninstallOldPlugins();
     InstallNewPlugins();
     m_pRound = nullptr;

@@ -1,13 +1,13 @@
 #include "apps/zelka/plugins/relay_conflict.h"
+#include "zelka_core/archive/plugin_type.h"
 
 #include <wx/filename.h>
 
-#include "apps/zelka/plugins/plugin_type.h"
 
 RelayPackages FindRelayPackages(const wxArrayString& packages) {
     RelayPackages found;
     for (const wxString& package : packages) {
-        const wxString type = GetPluginType(wxFileName(package)).Lower();
+        const wxString type = ZelkaCore::GetPluginType(wxFileName(package)).Lower();
         if (type == "relay") {
             found.relay = package;
         } else if (type == "edgerelay") {

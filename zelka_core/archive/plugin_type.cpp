@@ -1,6 +1,8 @@
-#include "apps/zelka/plugins/plugin_type.h"
+#include "zelka_core/archive/plugin_type.h"
 
 #include <wx/filename.h>
+
+namespace ZelkaCore {
 
 wxString GetPluginType(const wxFileName& package) {
     const wxString name = package.GetName();
@@ -11,3 +13,5 @@ wxString GetPluginType(const wxFileName& package) {
     const wxString rest = name.substr(first + 1);
     return rest.substr(0, rest.find('-'));
 }
+
+}  // namespace ZelkaCore

@@ -1,0 +1,152 @@
+// Files below a folder: read, shared between two names, deleted.
+
+#include <dirent.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/folder_tree.h"
+#include "platform/linux/folder_path.h"
+
+namespace {
+
+constexpr mode_t kPermissions = 0777;
+constexpr std::size_t kCopiedAtOnce = 0x1000000;
+
+struct StreamCloser {
+    void operator()(DIR* folder) const { (void)closedir(folder); }
+};
+
+// A further name is not to be had there: on another file system, one without them, too many, or a
+// file of somebody else's.
+bool IsUnsharable(std::error_code error) {
+    return error == std::errc::cross_device_link || error == std::errc::too_many_links ||
+           error == std::errc::operation_not_permitted || error == std::errc::not_supported;
+}
+
+std::error_code OpenRegular(int folder, const std::string& name, ScopedFd& file,
+                            struct stat& status) {
+    ScopedFd opened(
+        openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) {
+        return LastSystemError();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return PlatformError::kNotRegularFile;
+    }
+    file = std::move(opened);
+    return {};
+}
+
+std::error_code CopyAll(int source, int target) {
+    for (;;) {
+        const ssize_t copied = sendfile(target, source, nullptr, kCopiedAtOnce);
+        if (copied == 0) {
+            return fsync(target) == 0 ? std::error_code() : LastSystemError();
+        }
+        if (copied < 0 && errno != EINTR) {
+            return LastSystemError();
+        }
+    }
+}
+
+std::error_code CopyFile(int sourceFolder, const std::string& source, int folder,
+                         const std::string& name) {
+    struct stat status {};
+    ScopedFd from;
+    if (const auto error = OpenRegular(sourceFolder, source, from, status)) {
+        return error;
+    }
+    const ScopedFd to(openat(folder, name.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!to.IsOpen()) {
+        return LastSystemError();
+    }
+    if (const auto error = CopyAll(from.Get(), to.Get())) {
+        return error;
+    }
+    return fchmod(to.Get(), status.st_mode & kPermissions) == 0 ? std::error_code()
+                                                                : LastSystemError();
+}
+
+std::error_code DeleteFilesIn(int folder) {
+    const int fd = openat(folder, ".", kOpenFolder);
+    const std::unique_ptr<DIR, StreamCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
+    if (!stream) {
+        return LastSystemError();
+    }
+    while (const dirent* entry = readdir(stream.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != ".." && unlinkat(folder, entry->d_name, 0) != 0) {
+            return LastSystemError();
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+std::error_code FolderTree::OpenFile(const std::string& path, ScopedFd& file) {
+    FolderPtr folder;
+    std::string name;
+    if (const auto error = OpenParent(path, false, folder, name)) {
+        return error;
+    }
+    struct stat status {};
+    return OpenRegular(folder->fd.Get(), name, file, status);
+}
+
+std::error_code FolderTree::ShareFile(const std::string& path, const std::string& to,
+                                      const std::string& temporary) {
+    FolderPtr source;
+    FolderPtr target;
+    std::string sourceName;
+    std::string targetName;
+    if (const auto error = OpenParent(path, false, source, sourceName)) {
+        return error;
+    }
+    if (const auto error = OpenParent(to, true, target, targetName)) {
+        return error;
+    }
+    const int folder = target->fd.Get();
+    (void)unlinkat(folder, temporary.c_str(), 0);
+    std::error_code error;
+    if (linkat(source->fd.Get(), sourceName.c_str(), folder, temporary.c_str(), 0) != 0) {
+        error = LastSystemError();
+    }
+    if (IsUnsharable(error)) {
+        error = CopyFile(source->fd.Get(), sourceName, folder, temporary);
+    }
+    if (!error && renameat(folder, temporary.c_str(), folder, targetName.c_str()) != 0) {
+        error = LastSystemError();
+    }
+    // A name of the same file is still there then, as well as what a failure has left.
+    (void)unlinkat(folder, temporary.c_str(), 0);
+    target->touched = true;
+    m_touchedOthers = m_touchedOthers || HasManyOpen();
+    return error;
+}
+
+std::error_code FolderTree::DeleteFolder(const std::string& path) {
+    FolderPtr folder;
+    std::error_code error = OpenFolder(path, false, folder);
+    if (!error) {
+        error = DeleteFilesIn(folder->fd.Get());
+    }
+    FolderPtr parent;
+    std::string name;
+    if (!error) {
+        error = OpenParent(path, false, parent, name);
+    }
+    if (!error && unlinkat(parent->fd.Get(), name.c_str(), AT_REMOVEDIR) != 0) {
+        error = LastSystemError();
+    }
+    m_folders.erase(path);
+    return error == std::errc::no_such_file_or_directory ? std::error_code() : error;
+}

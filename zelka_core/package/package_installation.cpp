@@ -1,0 +1,260 @@
+#include "zelka_core/package/package_installation.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "zelka_core/archive/shown_name.h"
+#include "zelka_core/archive/zip_archive.h"
+#include "zelka_core/package/version_order.h"
+#include "zelka_core/system/clocks.h"
+#include "zelka_core/text.h"
+
+namespace ZelkaCore {
+
+namespace {
+
+constexpr std::uint64_t kLargestManifest = 0x10000;
+
+std::string Shown(const std::string& text) {
+    return "'" + ToUtf8(ShownName(FromUtf8(text))) + "'";
+}
+
+// The manifest of the archive, if it has one.
+bool ReadManifest(ZipArchive& archive, const std::vector<std::string>& places,
+                  std::optional<PackageManifest>& manifest, std::string& fault) {
+    const auto place = std::find(places.begin(), places.end(), kManifestName);
+    if (place == places.end()) {
+        return true;
+    }
+    const ZipEntry& entry = archive.Entries()[static_cast<std::size_t>(place - places.begin())];
+    std::string text;
+    PackageManifest found;
+    if (entry.size > kLargestManifest) {
+        fault = "is larger than 64 KiB";
+    } else if (archive.Read(
+                   entry,
+                   [&](std::string_view bytes) {
+                       text += bytes;
+                       return true;
+                   },
+                   fault)) {
+        (void)ParseManifest(text, found, fault);
+    }
+    if (!fault.empty()) {
+        fault = std::string(kManifestName) + ": " + fault;
+        return false;
+    }
+    manifest = std::move(found);
+    return true;
+}
+
+const InstalledPackage* Find(const std::vector<InstalledPackage>& packages,
+                             const std::string& name) {
+    const auto found =
+        std::find_if(packages.begin(), packages.end(),
+                     [&](const InstalledPackage& package) { return package.name == name; });
+    return found == packages.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+PackageInstallation::PackageInstallation(PackageSettlement& settlement, const PackageHost& host,
+                                         std::string archive, std::string signer)
+    : m_settlement(settlement),
+      m_host(host),
+      m_archive(std::move(archive)),
+      m_signer(std::move(signer)) {
+}
+
+bool PackageInstallation::OnJudged(ZipArchive& archive, const std::vector<std::string>& places,
+                                   std::string& fault) {
+    if (!ReadManifest(archive, places, m_manifest, fault)) {
+        return false;
+    }
+    if (!m_manifest) {
+        return true;
+    }
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (!archive.Entries()[i].IsFolder() && places[i] != kManifestName) {
+            m_places.push_back(places[i]);
+        }
+    }
+    std::sort(m_places.begin(), m_places.end());
+    if (!m_settlement.Records().List(m_installed)) {
+        fault = "it cannot be told which packages are installed";
+        return false;
+    }
+    if (const InstalledPackage* older = Find(m_installed, m_manifest->name)) {
+        m_older = *older;
+    }
+    if (m_older && CompareVersions(m_manifest->version, m_older->version) < 0) {
+        fault = "is " + m_manifest->name + " " + m_manifest->version + ", older than " +
+                m_older->version + ", which is installed and has to be removed first";
+        return false;
+    }
+    return JudgeRequirements(fault) && JudgeOwners(m_places, fault);
+}
+
+bool PackageInstallation::JudgeRequirements(std::string& fault) const {
+    for (const PackageRequirement& requirement : m_manifest->requirements) {
+        const InstalledPackage* package = Find(m_installed, requirement.name);
+        const bool isHost = requirement.name == m_host.name;
+        const std::string offered = isHost               ? m_host.version
+                                    : package != nullptr ? package->version
+                                                         : "";
+        if (offered.empty()) {
+            fault = "requires " + requirement.Text() + ", which is not installed";
+            return false;
+        }
+        if (!requirement.IsMetBy(offered)) {
+            fault = "requires " + requirement.Text() + ", and " + offered + " is installed";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PackageInstallation::JudgeOwners(const std::vector<std::string>& places, std::string& fault) {
+    std::map<std::string, std::string> owners;
+    std::vector<OwnedFile> files;
+    if (!m_settlement.Records().Owners(owners) ||
+        !m_settlement.Records().Files(m_manifest->name, files)) {
+        fault = "it cannot be told whose the files are";
+        return false;
+    }
+    for (const std::string& place : places) {
+        const auto owner = owners.find(place);
+        if (owner != owners.end() && owner->second != m_manifest->name) {
+            fault = "holds " + Shown(place) + ", which belongs to the package " + owner->second;
+            return false;
+        }
+    }
+    for (OwnedFile& file : files) {
+        std::string path = file.path;
+        m_olderFiles.emplace(std::move(path), std::move(file));
+    }
+    return true;
+}
+
+// A version that never passed its trial is not what an upgrade goes back to.
+bool PackageInstallation::OnBegin(std::string& fault) {
+    if (!m_manifest) {
+        return true;
+    }
+    PackageRecords& records = m_settlement.Records();
+    std::map<std::string, PackageTrial> trials;
+    if (!records.Trials(trials)) {
+        fault = "it cannot be told what is on trial";
+        return false;
+    }
+    if (const auto trial = trials.find(m_manifest->name); trial != trials.end()) {
+        std::vector<std::string> notes;
+        std::vector<OwnedFile> files;
+        if (!m_settlement.TakeBackTrial(m_manifest->name, notes) ||
+            !records.Files(m_manifest->name, files)) {
+            fault = "the version on trial cannot be taken back";
+            return false;
+        }
+        m_older = trial->second.older;
+        m_olderFiles.clear();
+        for (OwnedFile& file : files) {
+            std::string path = file.path;
+            m_olderFiles.emplace(std::move(path), std::move(file));
+        }
+    }
+    return Keep(fault);
+}
+
+bool PackageInstallation::Keep(std::string& fault) {
+    std::set<std::string> paths(m_places.begin(), m_places.end());
+    for (const auto& [path, file] : m_olderFiles) {
+        paths.insert(path);
+    }
+    std::vector<KeptFile> kept;
+    std::string path;
+    const std::string& name = m_manifest->name;
+    if (const auto error = m_settlement.Kept().Keep(
+            name, std::vector<std::string>(paths.begin(), paths.end()), m_olderFiles, kept, path)) {
+        fault = Shown(path) + " cannot be kept: " + error.message();
+        m_settlement.Kept().Drop(name);
+        return false;
+    }
+    m_hasBegun = m_settlement.Records().Begin(name, m_archive, m_places, kept);
+    if (!m_hasBegun) {
+        fault = "it cannot be recorded what is about to be done";
+        m_settlement.Kept().Drop(name);
+    }
+    return m_hasBegun;
+}
+
+bool PackageRemoval::OnJudged(ZipArchive& archive, const std::vector<std::string>& places,
+                              std::string& fault) {
+    return ReadManifest(archive, places, m_manifest, fault);
+}
+
+void PackageInstallation::OnFile(const std::string& place, const std::string& sha256,
+                                 unsigned mode) {
+    m_written.push_back({place, sha256, mode});
+}
+
+bool PackageInstallation::Finish(bool isUnpacked, std::vector<std::string>& notes) {
+    if (!m_manifest) {
+        return isUnpacked;
+    }
+    if (isUnpacked && Complete(notes)) {
+        return true;
+    }
+    if (m_hasBegun && !m_settlement.TakeBackChange(m_manifest->name, notes)) {
+        notes.push_back("what " + m_manifest->name +
+                        " has changed is put back at the next start");
+    }
+    return false;
+}
+
+std::optional<PackageTrial> PackageInstallation::TrialOf() const {
+    if (!m_older || CompareVersions(m_manifest->version, m_older->version) == 0) {
+        return std::nullopt;
+    }
+    const bool needsStart = std::any_of(m_places.begin(), m_places.end(), [&](const auto& place) {
+        return std::any_of(m_host.program.begin(), m_host.program.end(), [&](const auto& part) {
+            return place == part || (part.ends_with('/') && place.starts_with(part));
+        });
+    });
+    return PackageTrial{.older = *m_older,
+                        .failures = needsStart ? 0 : 1,
+                        .start = m_host.start,
+                        .needsStart = needsStart};
+}
+
+bool PackageInstallation::Complete(std::vector<std::string>& notes) {
+    std::vector<std::string> gone;
+    for (const auto& [path, file] : m_olderFiles) {
+        if (!std::binary_search(m_places.begin(), m_places.end(), path)) {
+            gone.push_back(path);
+        }
+    }
+    std::vector<std::string> left;
+    if (m_settlement.Kept().Delete(gone, left) || !left.empty()) {
+        for (const std::string& file : left) {
+            notes.push_back("cannot be deleted: " + Shown(file));
+        }
+        return false;
+    }
+    const InstalledPackage package{.name = m_manifest->name,
+                                   .version = m_manifest->version,
+                                   .requirements = RequirementsText(m_manifest->requirements),
+                                   .archive = m_archive,
+                                   .signer = m_signer,
+                                   .installed = TimeNowMillis()};
+    const auto trial = TrialOf();
+    if (!m_settlement.Records().Finish(package, m_written, trial)) {
+        return false;
+    }
+    if (!trial) {
+        m_settlement.Kept().Drop(package.name);
+    }
+    return true;
+}
+
+}  // namespace ZelkaCore

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "apps/zelka/control/control_target.h"
+#include "apps/zelka/plugins/package_trials.h"
 #include "apps/zelka/watcher/stall_watch.h"
 #include "platform/events.h"
 #include "platform/headless.h"
@@ -223,6 +224,7 @@ class CAgentApp : public wxAppBase, public ControlTarget {
     wxString m_strIniTrace ZELKA_GUARDED_BY(m_iniMutex);  // what the ini files have last named
     std::atomic<RunPhase> m_phase = RunPhase::kStarting;
     std::atomic<bool> m_isService = false;
+    PackageTrials m_packageTrials;
     const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 
     // Likewise, but the thread that runs Lua owns them then, and changes them.

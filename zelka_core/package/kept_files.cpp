@@ -163,6 +163,7 @@ std::error_code KeptFiles::Delete(const std::vector<std::string>& paths,
 
 void KeptFiles::Drop(const std::string& package) {
     (void)m_tree.DeleteFolder(std::string(kKeptFolder) + "/" + package);
+    (void)m_tree.DeleteFolder(kKeptFolder);  // stays while there are others in it
 }
 
 std::error_code KeptFiles::Rename(const std::string& path, const std::string& to) {

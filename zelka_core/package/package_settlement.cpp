@@ -106,6 +106,14 @@ bool PackageSettlement::TakeBackTrial(const std::string& package,
     return PutBackTrial(package, notes) && ForgetTrial(package);
 }
 
+bool PackageSettlement::Pass(const std::string& package) {
+    if (!m_records.Pass(package)) {
+        return false;
+    }
+    m_kept.Drop(package);
+    return true;
+}
+
 bool PackageSettlement::Forget(const std::vector<std::string>& paths, const std::string& package) {
     if (!m_records.Forget(paths) || (!package.empty() && !m_records.Remove(package))) {
         return false;

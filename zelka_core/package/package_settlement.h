@@ -41,6 +41,9 @@ class PackageSettlement {
     bool TakeBackChange(const std::string& package, std::vector<std::string>& notes);
     bool TakeBackTrial(const std::string& package, std::vector<std::string>& notes);
 
+    // The version on trial stays, and what is kept for the one before it goes.
+    bool Pass(const std::string& package);
+
     // Files were deleted, and with them what is known of a package; an empty name is none.
     bool Forget(const std::vector<std::string>& paths, const std::string& package);
 

@@ -98,6 +98,10 @@ void CAgentApp::OpenConfiguration() {
     if (!m_pDom->Find("app.lua.stallLimit") && config->Read("StallLimit", &stallLimit)) {
         (void)m_pDom->Set("app.lua.stallLimit", std::int64_t{stallLimit});
     }
+    long trial = 0;
+    if (!m_pDom->Find("app.packages.trial") && config->Read("PackageTrial", &trial)) {
+        (void)m_pDom->Set("app.packages.trial", std::int64_t{trial});
+    }
     (void)m_pDom->Set("app.fulldump", config->ReadLong("DumpLevel", 0) != 0);
 
     wxString name;

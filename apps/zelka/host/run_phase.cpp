@@ -85,6 +85,10 @@ void CAgentApp::OnTick() {
     if (lua == nullptr || !m_stallWatch.Look(*lua, *m_pDom)) {
         FeedWatchdog();
     }
+    const RunPhase phase = m_phase;
+    if (m_isService && (phase == RunPhase::kMain || phase == RunPhase::kTasks)) {
+        m_packageTrials.Look(*m_pDom, Uptime());
+    }
 }
 
 // No thread but the main one touches the loop: it runs the call itself. A result that comes before

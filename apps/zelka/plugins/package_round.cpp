@@ -108,6 +108,11 @@ void PackageRound::Settle() {
     }
 }
 
+bool PackageRound::HasTrials() {
+    std::map<std::string, ZelkaCore::PackageTrial> trials;
+    return m_settlement && m_settlement->Records().Trials(trials) && !trials.empty();
+}
+
 bool PackageRound::Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback,
                           void* userData) {
     if (!m_settlement) {

@@ -45,6 +45,9 @@ class PackageRound {
     // Takes back what an earlier round has not finished, and packages whose trial has failed.
     void Settle();
 
+    // Whether packages are on trial. False also if that cannot be told, which the log does.
+    bool HasTrials();
+
     // ZelkaCore::Unzip over the folder, with nothing of the agent's own touched. A package with a
     // manifest is judged, put on record, and taken back if it fails (PackageInstallation).
     bool Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);

@@ -25,5 +25,6 @@ void CAgentApp::MaintainPlugins() {
     UninstallOldPlugins();
     InstallNewPlugins();
     m_pRound = nullptr;
+    m_packageTrials.Begin(round.HasTrials());
     ReportServiceProgress("");
 }

@@ -32,6 +32,9 @@ int CAgentApp::OnRunScript() {
     };
     const int result = run();
     m_phase = RunPhase::kOver;
+    if (result == 0) {
+        m_packageTrials.Forgive(*m_pDom);
+    }
     return ExitStatusOf(static_cast<DWORD>(result));
 }
 

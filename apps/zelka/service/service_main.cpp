@@ -68,6 +68,9 @@ void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
     SetServiceStatus(SERVICE_START_PENDING, 0, 0, 0);
     const unsigned exitCode = RunService(count, arguments);
     m_phase = RunPhase::kOver;
+    if (exitCode == 0) {
+        m_packageTrials.Forgive(*m_pDom);
+    }
     SetServiceStatus(SERVICE_STOPPED, exitCode, 0, 0);
 }
 

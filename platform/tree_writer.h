@@ -104,8 +104,8 @@ class TreeWriter {
     std::string m_temporaryPrefix;
     std::uint64_t m_temporaryCount = 0;
 
-    File m_file;                  // the one begun, if its folder is set
-    std::deque<File> m_finished;  // the batch
+    File m_file;                           // the one begun, if its folder is set
+    std::deque<File> m_finished;           // the batch
     std::atomic<bool> m_isFailed = false;  // the one begun
     std::unique_ptr<WorkQueue> m_queue;
 };

@@ -119,8 +119,7 @@ class FolderTree::Walk {
             return Follow(name);
         }
         if (error) {
-            m_tree.m_missing =
-                error == std::errc::no_such_file_or_directory ? path : std::string();
+            m_tree.m_missing = error == std::errc::no_such_file_or_directory ? path : std::string();
             return error;
         }
         if (!m_tree.HasManyOpen()) {
@@ -201,6 +200,7 @@ bool FolderTree::IsReserved(const std::string& place) const {
 }
 
 std::error_code FolderTree::OpenFolder(const std::string& path, bool makes, FolderPtr& folder) {
+    m_missing.clear();
     Walk walk(*this, makes);
     if (const auto error = walk.To(path)) {
         return error;

@@ -245,8 +245,8 @@ class Extraction {
         if (m_sum) {
             witness = [&result](std::string_view bytes) { result.sum = Sha256Of(bytes); };
         }
-        return m_writer.AddFile(m_paths[index], std::move(content), permissions,
-                                std::move(witness), &result.mode);
+        return m_writer.AddFile(m_paths[index], std::move(content), permissions, std::move(witness),
+                                &result.mode);
     }
 
     std::error_code WriteLarge(std::size_t index, std::optional<unsigned> permissions,

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "zelka_core/log/log_text.h"
+#include "zelka_core/secret_name.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -81,9 +82,14 @@ std::string LogFieldsText(const LogFields& fields) {
     return text;
 }
 
-void LogWithFields(wxLogLevel level, const std::string& text, const LogFields& fields) {
+void LogWithFields(wxLogLevel level, const std::string& text, LogFields fields) {
     if (!wxLog::IsLevelEnabled(level, wxASCII_STR(wxLOG_COMPONENT))) {
         return;
+    }
+    for (auto& [name, value] : fields) {
+        if (IsSecretName(name)) {
+            value = kMasked;
+        }
     }
     const std::string behind = BoundedLogText(LogFieldsText(fields), kMaximumText);
     std::string front = BoundedLogText(text, kMaximumLogText - behind.size());

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "zelka_core/log/log_fields.h"
 #include "zelka_core/log/log_text.h"
@@ -98,9 +99,9 @@ wxString CheckTraceText(const DomCall& call, int index) {
 int Log(const DomCall& call) {
     const wxLogLevel level = CheckLevel(call);
     const std::string text = call.Text(3, "text");
-    const LogFields fields = CheckFields(call, 4);
+    LogFields fields = CheckFields(call, 4);
     if (level != wxLOG_Info || wxLog::GetVerbose()) {
-        LogWithFields(level, text, fields);
+        LogWithFields(level, text, std::move(fields));
     }
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <wx/stdpaths.h>
 #include <wx/translation.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
+#include "platform/journal.h"
 #include "platform/process_setup.h"
 #include "platform/regkey.h"
 #include "platform/stop_signals.h"
@@ -32,6 +34,7 @@ namespace {
 
 constexpr const char* kRegistryFile = "/etc/zelka/registry.ini";
 constexpr int kSeedRounds = 100;
+constexpr std::chrono::seconds kJournalPatience{2};
 
 std::string RegistryFile() {
     const char* chosen = std::getenv("ZELKA_REGISTRY");
@@ -134,6 +137,7 @@ CAgentApp::~CAgentApp() {
     delete std::exchange(m_pParentWindow, nullptr);
     TeardownOncePerProcess();
     (void)wxLog::SetActiveTarget(outer);
+    SettleJournal(kJournalPatience);
 }
 
 void CAgentApp::TeardownOncePerProcess() {

@@ -10,6 +10,7 @@
 #include "platform/folder_tree.h"
 #include "platform/lock_file.h"
 #include "zelka_core/archive/unzip.h"
+#include "zelka_core/store/agent_event_codes.h"
 
 class wxFileName;
 
@@ -22,10 +23,10 @@ class CDom;
 
 // How a package ended, as the codes of the agent events that tell of it.
 enum class PackageOutcome {
-    kInstalled = 5101,
-    kNotInstalled = 5102,
-    kRemoved = 5105,
-    kNotRemoved = 5106
+    kInstalled = ZelkaCore::kEventPackageInstalled,
+    kNotInstalled = ZelkaCore::kEventPackageNotInstalled,
+    kRemoved = ZelkaCore::kEventPackageRemoved,
+    kNotRemoved = ZelkaCore::kEventPackageNotRemoved
 };
 
 // One round of packages over the program's folder: one agent at a time has one, and what it does

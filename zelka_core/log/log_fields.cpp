@@ -46,6 +46,14 @@ bool NeedsQuotes(const std::string& value) {
            LogText(value) != value;
 }
 
+LogFields WithoutSecrets(const LogFields& fields) {
+    LogFields shown;
+    for (const auto& [name, value] : fields) {
+        shown[name] = IsSecretName(name) ? kMasked : value;
+    }
+    return shown;
+}
+
 void Store(const LogFields& fields, wxLogRecordInfo& info) {
     wxString names;
     std::size_t size = 0;
@@ -82,22 +90,18 @@ std::string LogFieldsText(const LogFields& fields) {
     return text;
 }
 
-void LogWithFields(wxLogLevel level, const std::string& text, LogFields fields) {
+void LogWithFields(wxLogLevel level, const std::string& text, const LogFields& fields) {
     if (!wxLog::IsLevelEnabled(level, wxASCII_STR(wxLOG_COMPONENT))) {
         return;
     }
-    for (auto& [name, value] : fields) {
-        if (IsSecretName(name)) {
-            value = kMasked;
-        }
-    }
-    const std::string behind = BoundedLogText(LogFieldsText(fields), kMaximumText);
+    const LogFields shown = WithoutSecrets(fields);
+    const std::string behind = BoundedLogText(LogFieldsText(shown), kMaximumText);
     std::string front = BoundedLogText(text, kMaximumLogText - behind.size());
     std::replace(front.begin(), front.end(), '\0', '?');  // targets may end a text at a null
     wxLogRecordInfo info(nullptr, 0, nullptr, wxLOG_COMPONENT);
     info.timestampMS = wxGetUTCTimeMillis().GetValue();
-    if (!fields.empty()) {
-        Store(fields, info);
+    if (!shown.empty()) {
+        Store(shown, info);
     }
     wxLog::OnLog(level, FromUtf8(front) + FromUtf8(behind), info);
 }

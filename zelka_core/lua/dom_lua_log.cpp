@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <string>
-#include <utility>
 
 #include "zelka_core/log/log_fields.h"
 #include "zelka_core/log/log_text.h"
@@ -99,9 +98,9 @@ wxString CheckTraceText(const DomCall& call, int index) {
 int Log(const DomCall& call) {
     const wxLogLevel level = CheckLevel(call);
     const std::string text = call.Text(3, "text");
-    LogFields fields = CheckFields(call, 4);
+    const LogFields fields = CheckFields(call, 4);
     if (level != wxLOG_Info || wxLog::GetVerbose()) {
-        LogWithFields(level, text, std::move(fields));
+        LogWithFields(level, text, fields);
     }
     return 0;
 }

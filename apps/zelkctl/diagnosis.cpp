@@ -148,7 +148,7 @@ void Diagnosis::AddAgent() {
         return Pretty(reply);
     });
     AddPart("tasks.json", [this] { return Pretty(Ask("ListTasks")); });
-    AddPart("stacks.txt", [this] { return StacksText(Ask("GetStacks")); });
+    AddPart("stacks.txt", [this] { return StacksText(MemberPart(Ask("GetStacks"), "threads")); });
     AddPart("variables.json", [this] { return Pretty(Ask("ListVariables")); });
     AddPart("trace.json", [this] { return Pretty(Ask("GetTrace")); });
     AddPart("events.json", [this] { return Pretty(AskForEvents()); });

@@ -32,7 +32,7 @@ Json EventsAfter(Agent& agent, Arguments given) {
     Json all = Json::array();
     for (;;) {
         const Json reply = agent.Call("ListEvents", ParametersOf(given));
-        const Json& events = MemberPart(reply, "events");
+        const Json& events = agent.Part(reply, "events");
         const auto last = events.empty() ? std::nullopt : MemberNumber(events.back(), "id");
         all.insert(all.end(), events.begin(), events.end());
         if (!last || *last <= *given.after) {
@@ -45,8 +45,10 @@ Json EventsAfter(Agent& agent, Arguments given) {
 Json ListEvents(const Options& options, const Arguments& given) {
     try {
         Agent agent(options.workdir);
-        return given.after ? EventsAfter(agent, given)
-                           : agent.Call("ListEvents", ParametersOf(given));
+        Json reply =
+            given.after ? EventsAfter(agent, given) : agent.Call("ListEvents", ParametersOf(given));
+        (void)agent.Part(reply, "events");
+        return reply;
     } catch (const CommandError& error) {
         if (error.Code() != ExitCode::kNoAgent) {
             throw;
@@ -76,6 +78,7 @@ void RunEvents(const Options& options, const Arguments& given) {
     agent.Start("ListEvents", ParametersOf(given));
     for (bool isOver = false; !isOver;) {
         const Agent::Reply reply = agent.NextWhenever();
+        (void)agent.Part(reply.parameters, "events");
         PrintEvents(options, reply.parameters, table);
         isOver = reply.isLast;
     }

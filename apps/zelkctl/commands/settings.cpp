@@ -17,24 +17,28 @@ struct Arguments {
 };
 
 void ListSettings(const Options& options) {
-    const Json reply = Agent(options.workdir).Call("ListSettings");
+    Agent agent(options.workdir);
+    const Json reply = agent.Call("ListSettings");
+    const Json& settings = agent.Part(reply, "settings");
     if (options.isJson) {
         PrintJson(reply);
         return;
     }
     Table table({"SETTING", "VALUE"});
-    for (const auto& setting : MemberPart(reply, "settings")) {
+    for (const auto& setting : settings) {
         table.Add({MemberText(setting, "name"), MemberText(setting, "value")});
     }
     Print(table.Take());
 }
 
 void GetSetting(const Options& options, const std::string& name) {
-    const Json reply = Agent(options.workdir).Call("GetSetting", Json{{"name", name}});
+    Agent agent(options.workdir);
+    const Json reply = agent.Call("GetSetting", Json{{"name", name}});
+    const std::string value = agent.Text(reply, "value");
     if (options.isJson) {
         PrintJson(reply);
     } else {
-        PrintLine(ShownLines(RawMember(reply, "value")));
+        PrintLine(ShownLines(value));
     }
 }
 

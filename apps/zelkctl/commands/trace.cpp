@@ -30,11 +30,12 @@ void RunTrace(const Options& options, const std::vector<std::string>& words) {
     const Json change = ChangeOf(words);
     Agent agent(options.workdir);
     const Json reply = words.empty() ? agent.Call("GetTrace") : agent.Call("ChangeTrace", change);
+    const Json& modules = agent.Part(reply, "modules");
     if (options.isJson) {
         PrintJson(reply);
         return;
     }
-    for (const Json& module : MemberPart(reply, "modules")) {
+    for (const Json& module : modules) {
         PrintLine(Shown(RawText(module)));
     }
 }

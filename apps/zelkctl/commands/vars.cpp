@@ -8,14 +8,15 @@
 namespace {
 
 void RunVars(const Options& options, const std::string& prefix) {
-    const auto reply =
-        Agent(options.workdir).Call("ListVariables", ZelkaCore::Json{{"prefix", prefix}});
+    Agent agent(options.workdir);
+    const auto reply = agent.Call("ListVariables", ZelkaCore::Json{{"prefix", prefix}});
+    const auto& variables = agent.Part(reply, "variables");
     if (options.isJson) {
         PrintJson(reply);
         return;
     }
     Table table({"VARIABLE", "VALUE"});
-    for (const auto& variable : MemberPart(reply, "variables")) {
+    for (const auto& variable : variables) {
         table.Add({MemberText(variable, "name"), MemberText(variable, "value")});
     }
     Print(table.Take());

@@ -1,5 +1,5 @@
 -- What a task of the control socket runs: a chunk, whose results are told as text. A table is shown
--- with what is in it, two levels deep.
+-- with what is in it, two levels deep; a text in quotes only if somebody sits there.
 local interactive, begun, finish, chunk = ...
 
 local shownItems, shownLevels = 40, 2
@@ -48,7 +48,7 @@ local function tell(ok, ...)
     local texts = table.pack(...)
     for i = 1, texts.n do
         local value = texts[i]
-        texts[i] = interactive and show(value, shownLevels) or tostring(value)
+        texts[i] = type(value) == "string" and not interactive and value or show(value, shownLevels)
     end
     finish(true, table.concat(texts, "\t"))
 end

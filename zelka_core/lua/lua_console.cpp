@@ -42,17 +42,15 @@ bool EndsTooEarly(std::string_view error) {
     return error.ends_with("<eof>");
 }
 
-// The function of the chunk on top of the stack, or why it is none.
+// The function of the chunk on top of the stack, or why it is none. What can be read as expressions
+// is: their values are what is wanted.
 int Load(lua_State* L, const ConsoleChunk& chunk) {
     const std::string name = "=" + chunk.name;
-    if (chunk.isInteractive) {
-        const std::string expression = "return " + chunk.text;
-        if (luaL_loadbufferx(L, expression.data(), expression.size(), name.c_str(), "t") ==
-            LUA_OK) {
-            return LUA_OK;
-        }
-        lua_pop(L, 1);
+    const std::string expression = "return " + chunk.text;
+    if (luaL_loadbufferx(L, expression.data(), expression.size(), name.c_str(), "t") == LUA_OK) {
+        return LUA_OK;
     }
+    lua_pop(L, 1);
     return luaL_loadbufferx(L, chunk.text.data(), chunk.text.size(), name.c_str(), "t");
 }
 

@@ -31,11 +31,12 @@ void AddCommands(CLI::App& app, Options& options) {
 
 }  // namespace
 
-void AddCommonOptions(CLI::App& app, Options& options) {
+void AddCommonOptions(CLI::App& app, Options& options, const std::string& heading) {
     app.add_option("--workdir", options.workdir, "the working folder of the agent")
         ->capture_default_str()
-        ->type_name("FOLDER");
-    app.add_flag("--json", options.isJson, "print JSON, for programs");
+        ->type_name("FOLDER")
+        ->group(heading);
+    app.add_flag("--json", options.isJson, "print JSON, for programs")->group(heading);
 }
 
 namespace {
@@ -47,7 +48,9 @@ int Run(int argc, char** argv) {
     AddCommonOptions(app, options);
     app.require_subcommand(1);
     app.fallthrough();
-    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no agent runs there.");
+    app.footer(
+        "Every command takes --workdir and --json.\n"
+        "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no agent runs there.");
     AddCommands(app, options);
     try {
         app.parse(argc, argv);

@@ -127,6 +127,6 @@ void AddLogCommand(CLI::App& app, const Options& options) {
     auto* command = app.add_subcommand("log", "The last lines of the log, also without an agent");
     auto given = std::make_shared<Arguments>();
     command->add_flag("-f,--follow", given->follows, "go on with those that come, until Ctrl-C");
-    command->add_option("-n", given->count, "so many lines")->capture_default_str();
+    command->add_option("-n", given->count, "so many lines")->type_name("N")->capture_default_str();
     command->callback([&options, given] { RunLog(options, *given); });
 }

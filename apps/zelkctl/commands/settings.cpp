@@ -69,14 +69,14 @@ void AddSettingsCommand(CLI::App& app, const Options& options) {
     settings->require_subcommand(0, 1);
     auto given = std::make_shared<Arguments>();
     auto* get = settings->add_subcommand("get", "Prints the value of one");
-    get->add_option("NAME", given->name, "the setting")->required();
+    get->add_option("NAME", given->name, "the setting")->type_name("")->required();
     get->callback([&options, given] { GetSetting(options, given->name); });
     auto* set = settings->add_subcommand("set", "Stores a value");
-    set->add_option("NAME", given->name, "the setting")->required();
-    set->add_option("VALUE", given->value, "its value from now on")->required();
+    set->add_option("NAME", given->name, "the setting")->type_name("")->required();
+    set->add_option("VALUE", given->value, "its value from now on")->type_name("")->required();
     set->callback([&options, given] { StoreSetting(options, *given); });
     auto* remove = settings->add_subcommand("rm", "Removes settings, be they there or not");
-    remove->add_option("NAME", given->names, "the settings")->required();
+    remove->add_option("NAME", given->names, "the settings")->type_name("")->required();
     remove->callback([&options, given] { RemoveSettings(options, given->names); });
     settings->callback([&options, settings] {
         if (settings->get_subcommands().empty()) {

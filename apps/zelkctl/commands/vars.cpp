@@ -25,8 +25,9 @@ void RunVars(const Options& options, const std::string& prefix) {
 }  // namespace
 
 void AddVarsCommand(CLI::App& app, const Options& options) {
-    auto* command = app.add_subcommand("vars", "The domain variables; secrets read ***");
+    auto* command =
+        app.add_subcommand("vars", "The domain variables; the values of secrets are ***");
     auto prefix = std::make_shared<std::string>();
-    command->add_option("PREFIX", *prefix, "only those whose name begins with it");
+    command->add_option("PREFIX", *prefix, "only those whose name begins with it")->type_name("");
     command->callback([&options, prefix] { RunVars(options, *prefix); });
 }

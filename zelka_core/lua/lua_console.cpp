@@ -56,7 +56,8 @@ int Load(lua_State* L, const ConsoleChunk& chunk) {
 
 ConsoleStart Start(lua_State* L, const ConsoleChunk& chunk,
                    const std::shared_ptr<ConsoleClient>& client) {
-    if (luaL_loadstring(L, kConsoleSource) != LUA_OK) {
+    const std::string_view source(kConsoleSource);
+    if (luaL_loadbuffer(L, source.data(), source.size(), "=(console)") != LUA_OK) {
         lua_error(L);
     }
     lua_pushboolean(L, chunk.isInteractive ? 1 : 0);

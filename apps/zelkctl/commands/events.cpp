@@ -42,6 +42,16 @@ Json EventsAfter(Agent& agent, Arguments given) {
     }
 }
 
+Json WithoutAgent(const Options& options, const Arguments& given, const std::string& reason) {
+    try {
+        Json reply = EventsOnDisk(options.workdir, given.after);
+        Tell(reason + "; these are the events in its database");
+        return reply;
+    } catch (const CommandError& error) {
+        throw CommandError(reason + "; " + error.what(), error.Code());
+    }
+}
+
 Json ListEvents(const Options& options, const Arguments& given) {
     try {
         Agent agent(options.workdir);
@@ -53,8 +63,7 @@ Json ListEvents(const Options& options, const Arguments& given) {
         if (error.Code() != ExitCode::kNoAgent) {
             throw;
         }
-        Tell(std::string(error.what()) + "; these are the events in its database");
-        return EventsOnDisk(options.workdir, given.after);
+        return WithoutAgent(options, given, error.what());
     }
 }
 

@@ -53,11 +53,12 @@ void StoreSetting(const Options& options, const Arguments& given) {
 
 void RemoveSettings(const Options& options, const std::vector<std::string>& names) {
     Agent agent(options.workdir);
+    Json reply;
     for (const std::string& name : names) {
-        const Json reply = agent.Call("RemoveSetting", Json{{"name", name}});
-        if (options.isJson) {
-            PrintJson(reply);
-        }
+        reply = agent.Call("RemoveSetting", Json{{"name", name}});
+    }
+    if (options.isJson) {
+        PrintJson(reply);
     }
 }
 

@@ -14,7 +14,8 @@
 #include <ctime>
 #include <utility>
 
-#include "apps/zelka/host/program_paths.h"
+#include "apps/start/program_paths.h"
+#include "apps/start/registry_file.h"
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
@@ -32,14 +33,8 @@
 
 namespace {
 
-constexpr const char* kRegistryFile = "/etc/zelka/registry.ini";
 constexpr int kSeedRounds = 100;
 constexpr std::chrono::seconds kJournalPatience{2};
-
-std::string RegistryFile() {
-    const char* chosen = std::getenv("ZELKA_REGISTRY");
-    return chosen != nullptr && *chosen != '\0' ? chosen : kRegistryFile;
-}
 
 void SeedRandomGenerator() {
     for (int round = 0; round < kSeedRounds; ++round) {
@@ -104,7 +99,7 @@ bool CAgentApp::OnInit() {
     (void)wxLog::GetActiveTarget();
     wxStandardPaths::Get().UseAppInfo(wxStandardPaths::AppInfo_AppName |
                                       wxStandardPaths::AppInfo_VendorName);
-    PublishProgramPaths();
+    PublishOwnPaths();
     (void)m_pDom->Set("app.version", ZELKA_VERSION);
     SetVendorName(TranslatedMaker());
 

@@ -1,6 +1,5 @@
 #include "apps/zelka/plugins/package_round.h"
 
-#include <wx/dir.h>
 #include <wx/filefn.h>
 #include <wx/filename.h>
 #include <wx/log.h>
@@ -8,9 +7,9 @@
 #include <system_error>
 #include <utility>
 
-#include "apps/zelka/plugins/plugin_type.h"
+#include "apps/start/plugin_type.h"
+#include "apps/start/waiting_packages.h"
 #include "platform/error.h"
-#include "platform/move_file.h"
 #include "platform/service.h"
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/store/agent_event.h"
@@ -24,24 +23,8 @@ using ZelkaCore::ToUtf8;
 
 namespace {
 
-constexpr const char* kLockName = ".zelka-packages.lock";
-
 // Where a package is on its way to being deleted; if it stays there, it goes as a temporary file.
 constexpr const char* kAsideName = ".zelka-unzip-removed";
-
-// What is the agent's own, wherever its working folder is.
-std::vector<std::string> OwnPlaces(const ZelkaCore::CDom& dom, const wxString& folder) {
-    const wxString work = dom.GetWxString("app.path.work");
-    std::vector<std::string> places{ToUtf8(folder) + "/" + kLockName,
-                                    ToUtf8(folder) + "/" + kPendingDeletesName};
-    if (!work.empty()) {
-        for (const char* own : {"", "/log", "/plugins/zelka_core", "/plugins/diag"}) {
-            places.push_back(ToUtf8(work) + own);
-        }
-        places.push_back(ToUtf8(dom.GetWxString("app.path.ini")));
-    }
-    return places;
-}
 
 }  // namespace
 
@@ -56,7 +39,7 @@ PackageRound::PackageRound(ZelkaCore::CDom& dom)
         }
         ExtendServiceTimeout();
     };
-    const auto error = m_lock.Take(ToUtf8(m_folder) + "/" + kLockName, wait);
+    const auto error = m_lock.Take(ToUtf8(m_folder) + "/" + kPackagesLock, wait);
     if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
         wxLogVerbose("No other agent is kept from the packages in %s: %s", m_folder,
                      FromUtf8(error.message()));
@@ -123,14 +106,6 @@ void PackageRound::ReportLeft(const wxString& path, std::error_code error) {
     } else if (error) {
         wxLogSysError(error.value(), "Unable to delete %s", path);
     }
-}
-
-wxSortedArrayString ListFiles(const wxString& folder, const wxString& pattern) {
-    wxArrayString found;
-    if (wxDir::Exists(folder)) {
-        (void)wxDir::GetAllFiles(folder, &found, pattern, wxDIR_FILES);
-    }
-    return wxSortedArrayString(found);
 }
 
 void DeleteFile(const wxString& path) {

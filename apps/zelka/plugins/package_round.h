@@ -1,6 +1,5 @@
 #pragma once
 
-#include <wx/arrstr.h>
 #include <wx/string.h>
 
 #include <cstddef>
@@ -66,10 +65,6 @@ class PackageRound {
     FileVersion m_opened;      // the package that was opened last
     bool m_allDeleted = true;  // what it names
 };
-
-// The full paths of the files in the folder that match a pattern, ascending: no folders, nothing
-// hidden, and with regard to case. Empty if there is no such folder.
-wxSortedArrayString ListFiles(const wxString& folder, const wxString& pattern);
 
 // Deletes a file or a link. What is gone already is no trouble, and a folder stays; that something
 // cannot be deleted stands in the log.

@@ -1,4 +1,4 @@
-#include "apps/zelka/plugins/plugin_type.h"
+#include "apps/start/plugin_type.h"
 
 #include <wx/filename.h>
 

@@ -1,8 +1,8 @@
-#include "apps/zelka/plugins/relay_conflict.h"
+#include "apps/start/relay_conflict.h"
 
 #include <wx/filename.h>
 
-#include "apps/zelka/plugins/plugin_type.h"
+#include "apps/start/plugin_type.h"
 
 RelayPackages FindRelayPackages(const wxArrayString& packages) {
     RelayPackages found;

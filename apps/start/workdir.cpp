@@ -27,20 +27,23 @@ bool OpenKeyOf(const wxFileName& value, wxRegKey& key) {
     return false;
 }
 
-// False if there is no such value.
-bool ReadFromRegistry(const wxString& given, const wxString& standIn, wxString& workdir,
-                      const Warn& warn) {
-    const wxFileName value(given, wxPATH_DOS);
+// What the value holds, or the stand-in.
+wxString ReadFromRegistry(Workdir& workdir, const wxString& standIn, const Warn& warn) {
+    const wxFileName value(workdir.given, wxPATH_DOS);
     wxRegKey key;
+    wxString named = standIn;
+    workdir.isStandIn = true;
     if (!OpenKeyOf(value, key)) {
-        return false;
+        return named;
     }
-    if (!key.QueryValue(value.GetFullName(), workdir)) {
-        warn(wxString::Format("Registry value '%s' doesn't exist. Using '%s' for workdir", given,
-                              standIn));
-        return false;
+    if (key.QueryValue(value.GetFullName(), named)) {
+        workdir.isStandIn = false;
+        workdir.registryLine = key.LineOf(value.GetFullName());
+    } else {
+        warn(wxString::Format("Registry value '%s' doesn't exist. Using '%s' for workdir",
+                              workdir.given, standIn));
     }
-    return true;
+    return named;
 }
 
 // Empty, and not the current folder, if what is named is empty.
@@ -68,13 +71,9 @@ Workdir ChooseWorkdir(const wxCmdLineParser& parser, const wxFileName& executabl
                       const Warn& warn) {
     Workdir workdir;
     if (parser.Found("workdir", &workdir.given)) {
-        wxString named = workdir.given;
-        if (IsFromRegistry(workdir)) {
-            const wxString standIn = executable.GetPath(wxPATH_GET_VOLUME);
-            workdir.isStandIn = !ReadFromRegistry(workdir.given, standIn, named, warn);
-            named = workdir.isStandIn ? standIn : named;
-        }
-        workdir.folder = AbsoluteFolder(named);
+        const wxString standIn = executable.GetPath(wxPATH_GET_VOLUME);
+        workdir.folder = AbsoluteFolder(
+            IsFromRegistry(workdir) ? ReadFromRegistry(workdir, standIn, warn) : workdir.given);
     } else {
         workdir.folder = DefaultWorkdir(executable);
     }

@@ -13,10 +13,11 @@ class CDom;
 // The working folder, where an instance keeps its data: which it is, with nothing made or changed.
 
 struct Workdir {
-    wxString given;          // value of the option workdir
-    wxString folder;         // absolute and without a trailing separator; need not exist
-    wxString problem;        // why it cannot be used; empty: it can
-    bool isStandIn = false;  // the program's own, as there is no such registry value
+    wxString given;                // value of the option workdir
+    wxString folder;               // absolute and without a trailing separator; need not exist
+    wxString problem;              // why it cannot be used; empty: it can
+    bool isStandIn = false;        // the program's own, as there is no such registry value
+    std::size_t registryLine = 0;  // on which there is one; 0: none
 };
 
 // The folder that the option asks for: a folder, with environment variables to expand and relative

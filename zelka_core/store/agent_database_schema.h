@@ -26,6 +26,11 @@ SQLite::Database OpenChecked(const std::filesystem::path& file, const SqliteTuni
 // lock. Right only while there is no -wal file, that is, nobody has it open. Throws as OpenChecked.
 SQLite::Database OpenSnapshot(const std::filesystem::path& file, const SqliteTuning& tuning);
 
+// Opens the database for a look that leaves no trace: no file is made or changed, whether an agent
+// has it open or not. Throws as OpenChecked, and std::runtime_error if a -wal file waits and there
+// is no -shm file to read it by.
+SQLite::Database OpenForLook(const std::filesystem::path& file);
+
 // Brings an older schema to the latest version, step by step in one transaction.
 void MigrateSchema(SQLite::Database& database);
 

@@ -25,6 +25,7 @@ void AddCommands(CLI::App& app, Options& options) {
     AddConsoleCommand(app, options);
     AddReloadCommand(app, options);
     AddStopCommand(app, options);
+    AddCheckCommand(app, options);
     AddDiagnoseCommand(app, options);
     AddDumpsCommand(app, options);
 }

@@ -125,7 +125,7 @@ SQLite::Database OpenForLook(const fs::path& file) {
         }
     }
     if (!isThere("-shm")) {
-        throw std::runtime_error("it cannot be read before its write-ahead log is taken over");
+        throw UnreadableLog();
     }
     return OpenReadOnly(Uri(file) + "?readonly_shm=1", SqliteTuning());
 }

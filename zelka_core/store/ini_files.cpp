@@ -24,22 +24,6 @@ wxConvAuto Encoding() {
     return wxConvAuto(wxFONTENCODING_DEFAULT);
 }
 
-// The files that the framework takes for these paths, whole.
-IniPaths Located(const IniPaths& paths) {
-    const auto locate = [](const wxString& path, const wxFileName& standard) {
-        wxFileName file(path);
-        if (!file.IsOk()) {
-            return standard.GetFullPath();
-        }
-        (void)file.MakeAbsolute(standard.GetPath());
-        return file.GetFullPath();
-    };
-    const wxAppConsole* app = wxAppConsole::GetInstance();
-    const wxString name = app != nullptr ? app->GetAppName() : wxString();
-    return {locate(paths.own, wxFileConfig::GetLocalFile(name)),
-            locate(paths.global, wxFileConfig::GetGlobalFile(name))};
-}
-
 wxString GroupPath(const wxString& group) {
     wxArrayString parts;
     wxSplitPath(parts, "/" + group);
@@ -84,7 +68,7 @@ bool TakeLine(wxString text, std::size_t line, wxString& group, std::vector<IniR
 }
 
 bool ReadOutlines(const IniPaths& paths, Outlines& both, wxString& problem) {
-    const IniPaths located = Located(paths);
+    const IniPaths located = LocateIniFiles(paths);
     return ReadIniOutline(located.own, both.own, problem) &&
            ReadIniOutline(located.global, both.global, problem);
 }
@@ -102,6 +86,21 @@ void Locate(const Outlines& both, const wxString& group, IniEntry& entry) {
 }
 
 }  // namespace
+
+IniPaths LocateIniFiles(const IniPaths& paths) {
+    const auto locate = [](const wxString& path, const wxFileName& standard) {
+        wxFileName file(path);
+        if (!file.IsOk()) {
+            return standard.GetFullPath();
+        }
+        (void)file.MakeAbsolute(standard.GetPath());
+        return file.GetFullPath();
+    };
+    const wxAppConsole* app = wxAppConsole::GetInstance();
+    const wxString name = app != nullptr ? app->GetAppName() : wxString();
+    return {locate(paths.own, wxFileConfig::GetLocalFile(name)),
+            locate(paths.global, wxFileConfig::GetGlobalFile(name))};
+}
 
 bool ReadIniOutline(const wxString& path, IniOutline& outline, wxString& problem) {
     IniOutline found;
@@ -146,7 +145,7 @@ const IniRow* FindIniRow(const IniOutline& outline, const wxString& group, const
 }
 
 std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths) {
-    const IniPaths located = Located(paths);
+    const IniPaths located = LocateIniFiles(paths);
     auto config = std::make_unique<wxFileConfig>(
         wxEmptyString, wxEmptyString, located.own, located.global,
         wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, Encoding());

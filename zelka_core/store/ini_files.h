@@ -28,6 +28,9 @@ struct IniEntry {
     std::size_t line = 0;  // from 1 on; 0: the file has changed since
 };
 
+// The files that are taken for these paths, which may be relative or empty.
+IniPaths LocateIniFiles(const IniPaths& paths);
+
 // The group of the lines in front of any.
 inline constexpr const char* kTopOfIni = "/";
 

@@ -26,6 +26,9 @@ class Findings {
         m_all.push_back({Finding::Severity::kWarning, file, line, text});
     }
 
+    // Adds those of a subject, file by file as they came, and in the order of the lines.
+    void AddByLine(const Findings& others);
+
     [[nodiscard]] const std::vector<Finding>& All() const { return m_all; }
     [[nodiscard]] std::size_t Count(Finding::Severity severity) const;
 

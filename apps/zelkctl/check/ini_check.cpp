@@ -120,24 +120,26 @@ void CheckFipsMode(const Configuration& configuration, const Values& values, Fin
 }  // namespace
 
 void CheckIniFiles(const Start& start, Findings& findings) {
+    Findings found;
     const IniPaths paths = ZelkaCore::LocateIniFiles(IniFilesOf(*start.dom));
     IniOutline own;
     IniOutline global;
     for (const auto& [path, outline] : {std::pair(paths.own, &own), {paths.global, &global}}) {
-        if (ReadFile(path, *outline, findings)) {
-            CheckOutline(*outline, findings);
+        if (ReadFile(path, *outline, found)) {
+            CheckOutline(*outline, found);
         }
     }
-    CheckFixedKeys(own, global, findings);
+    CheckFixedKeys(own, global, found);
     const Values values(paths);
     const auto unfit = [&](const wxString& key, const wxString& reason) {
-        values.Blame(key, reason, findings);
+        values.Blame(key, reason, found);
     };
     const Configuration configuration = ReadConfiguration(*OpenIniFiles(paths), unfit);
-    CheckFipsMode(configuration, values, findings);
+    CheckFipsMode(configuration, values, found);
     PublishConfiguration(configuration, *start.dom);
     (void)ZelkaCore::TuningFrom([&](const std::string& name) { return start.dom->Get(name); },
                                 [&](const std::string& name, const std::string& reason) {
                                     unfit(FromUtf8(name), FromUtf8(reason));
                                 });
+    findings.AddByLine(found);
 }

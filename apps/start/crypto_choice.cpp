@@ -16,15 +16,16 @@ constexpr const char* kPolicyKey = R"(System\CurrentControlSet\Control\Lsa\FIPSA
 constexpr const char* kPolicyValue = "Enabled";
 
 // The registry's value if there is one, else what the system was started with.
-std::optional<long> SystemFipsPolicy(const Warn& warn) {
+std::optional<long> SystemFipsPolicy(CryptoChoice& choice) {
     wxRegKey key(wxRegKey::HKLM, kPolicyKey);
     long policy = 0;
     if (key.Open(wxRegKey::Read) && key.HasValue(kPolicyValue)) {
         if (key.QueryValue(kPolicyValue, &policy)) {
             return policy;
         }
-        warn(wxString::Format("Registry value '%s' of '%s' is not a number and is ignored",
-                              kPolicyValue, kPolicyKey));
+        choice.doubt = wxString::Format(
+            "Registry value '%s' of '%s' is not a number and is ignored", kPolicyValue, kPolicyKey);
+        choice.doubtLine = key.LineOf(kPolicyValue);
         return std::nullopt;
     }
     return SystemFipsFlag();
@@ -32,12 +33,12 @@ std::optional<long> SystemFipsPolicy(const Warn& warn) {
 
 }  // namespace
 
-CryptoChoice ChooseCryptoProvider(const ZelkaCore::CDom& dom, const Warn& warn) {
+CryptoChoice ChooseCryptoProvider(const ZelkaCore::CDom& dom) {
     CryptoChoice choice;
     choice.lib = dom.GetWxString("app.path.lib");
     const auto inLib = [&](const char* name) { return wxFileName(choice.lib, name).GetFullPath(); };
     choice.isFips = IsFipsOn(
-        FipsSetting(dom.GetWxString("app.fipsmode"), [&] { return SystemFipsPolicy(warn); }));
+        FipsSetting(dom.GetWxString("app.fipsmode"), [&] { return SystemFipsPolicy(choice); }));
     choice.configuration = inLib(choice.isFips ? "openssl-fips.cnf" : "openssl-default.cnf");
     if (!choice.isFips) {
         return choice;

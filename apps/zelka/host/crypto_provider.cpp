@@ -3,6 +3,7 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
+#include <wx/log.h>
 
 #include <cstdlib>
 
@@ -16,7 +17,10 @@
 using ZelkaCore::ToUtf8;
 
 void CAgentApp::SelectCryptoProvider() const {
-    const CryptoChoice choice = ChooseCryptoProvider(*m_pDom, WarnInLog);
+    const CryptoChoice choice = ChooseCryptoProvider(*m_pDom);
+    if (!choice.doubt.empty()) {
+        wxLogWarning("%s", choice.doubt);
+    }
     const std::string configuration = ToUtf8(choice.configuration);
     (void)OSSL_PROVIDER_set_default_search_path(nullptr, ToUtf8(choice.lib).c_str());
     if (!choice.isFips) {

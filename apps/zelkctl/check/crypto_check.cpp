@@ -35,8 +35,10 @@ void CheckConfiguration(const CryptoChoice& choice, Findings& findings) {
 }  // namespace
 
 void CheckCrypto(const Start& start, Findings& findings) {
-    const CryptoChoice choice = ChooseCryptoProvider(
-        *start.dom, [&](const wxString& text) { findings.Error(RegistryFile(), ToUtf8(text)); });
+    const CryptoChoice choice = ChooseCryptoProvider(*start.dom);
+    if (!choice.doubt.empty()) {
+        findings.Error(RegistryFile(), choice.doubtLine, ToUtf8(choice.doubt));
+    }
     if (!choice.complaint.empty()) {
         findings.Error(ToUtf8(choice.missingFile), ToUtf8(choice.complaint));
     } else if (wxFileExists(choice.configuration)) {

@@ -19,5 +19,6 @@ void AddRunCommand(CLI::App& app, const Options& options);
 void AddConsoleCommand(CLI::App& app, const Options& options);
 void AddReloadCommand(CLI::App& app, const Options& options);
 void AddStopCommand(CLI::App& app, const Options& options);
+void AddCheckCommand(CLI::App& app, const Options& options);
 void AddDiagnoseCommand(CLI::App& app, const Options& options);
 void AddDumpsCommand(CLI::App& app, const Options& options);

@@ -143,9 +143,14 @@ bool PackageInstallation::OnBegin(std::string& fault) {
         return true;
     }
     PackageRecords& records = m_settlement.Records();
+    std::map<std::string, std::string> unfinished;
     std::map<std::string, PackageTrial> trials;
-    if (!records.Trials(trials)) {
+    if (!records.Unfinished(unfinished) || !records.Trials(trials)) {
         fault = "it cannot be told what is on trial";
+        return false;
+    }
+    if (unfinished.contains(m_manifest->name)) {
+        fault = "what an interrupted installation has changed is not put back yet";
         return false;
     }
     if (const auto trial = trials.find(m_manifest->name); trial != trials.end()) {
@@ -202,8 +207,14 @@ bool PackageInstallation::Finish(bool isUnpacked, std::vector<std::string>& note
     if (!m_manifest) {
         return isUnpacked;
     }
-    if (isUnpacked && Complete(notes)) {
+    std::string fault;
+    // Nobody has begun where there was no file to write.
+    const bool hasBegun = m_hasBegun || (isUnpacked && OnBegin(fault));
+    if (isUnpacked && hasBegun && Complete(notes)) {
         return true;
+    }
+    if (!fault.empty()) {
+        notes.push_back(Shown(m_archive) + " " + fault);
     }
     if (m_hasBegun && !m_settlement.TakeBackChange(m_manifest->name, notes)) {
         notes.push_back("what " + m_manifest->name +

@@ -227,11 +227,16 @@ std::optional<PackageTrial> PackageInstallation::TrialOf() const {
     if (!m_older || CompareVersions(m_manifest->version, m_older->version) == 0) {
         return std::nullopt;
     }
-    const bool needsStart = std::any_of(m_places.begin(), m_places.end(), [&](const auto& place) {
+    const auto isProgram = [&](const std::string& place) {
         return std::any_of(m_host.program.begin(), m_host.program.end(), [&](const auto& part) {
             return place == part || (part.ends_with('/') && place.starts_with(part));
         });
-    });
+    };
+    // What the older version alone has goes.
+    const bool needsStart =
+        std::any_of(m_places.begin(), m_places.end(), isProgram) ||
+        std::any_of(m_olderFiles.begin(), m_olderFiles.end(),
+                    [&](const auto& file) { return isProgram(file.first); });
     return PackageTrial{.older = *m_older,
                         .failures = needsStart ? 0 : 1,
                         .start = m_host.start,

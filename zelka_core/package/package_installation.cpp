@@ -6,6 +6,7 @@
 
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/archive/zip_archive.h"
+#include "zelka_core/package/package_archive.h"
 #include "zelka_core/package/version_order.h"
 #include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
@@ -14,39 +15,8 @@ namespace ZelkaCore {
 
 namespace {
 
-constexpr std::uint64_t kLargestManifest = 0x10000;
-
 std::string Shown(const std::string& text) {
     return "'" + ToUtf8(ShownName(FromUtf8(text))) + "'";
-}
-
-// The manifest of the archive, if it has one.
-bool ReadManifest(ZipArchive& archive, const std::vector<std::string>& places,
-                  std::optional<PackageManifest>& manifest, std::string& fault) {
-    const auto place = std::find(places.begin(), places.end(), kManifestName);
-    if (place == places.end()) {
-        return true;
-    }
-    const ZipEntry& entry = archive.Entries()[static_cast<std::size_t>(place - places.begin())];
-    std::string text;
-    PackageManifest found;
-    if (entry.size > kLargestManifest) {
-        fault = "is larger than 64 KiB";
-    } else if (archive.Read(
-                   entry,
-                   [&](std::string_view bytes) {
-                       text += bytes;
-                       return true;
-                   },
-                   fault)) {
-        (void)ParseManifest(text, found, fault);
-    }
-    if (!fault.empty()) {
-        fault = std::string(kManifestName) + ": " + fault;
-        return false;
-    }
-    manifest = std::move(found);
-    return true;
 }
 
 const InstalledPackage* Find(const std::vector<InstalledPackage>& packages,

@@ -21,3 +21,8 @@ void AddReloadCommand(CLI::App& app, const Options& options);
 void AddStopCommand(CLI::App& app, const Options& options);
 void AddDiagnoseCommand(CLI::App& app, const Options& options);
 void AddDumpsCommand(CLI::App& app, const Options& options);
+void AddPackagesCommand(CLI::App& app, const Options& options);
+void AddVerifyCommand(CLI::App& app, const Options& options);
+void AddRemoveCommand(CLI::App& app, const Options& options);
+void AddPackCommand(CLI::App& app, const Options& options);
+void AddSettleCommand(CLI::App& app, const Options& options);

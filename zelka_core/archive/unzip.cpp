@@ -5,10 +5,12 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <deque>
 #include <exception>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "platform/tree_writer.h"
@@ -23,6 +25,9 @@ namespace {
 
 // For folders that carry no permissions, as in archives from other systems.
 constexpr unsigned kFolderPermissions = 0755;
+
+// Bytes: a file of this size is held in memory.
+constexpr std::uint64_t kSmallFile = 0x40000;
 
 // Without a separator at the end.
 std::string AbsolutePath(const wxFileName& name) {
@@ -90,6 +95,13 @@ class Extraction {
     }
 
   private:
+    // What became of a file until it is in its place.
+    struct Result {
+        std::size_t index = 0;
+        std::string sum;
+        unsigned mode = 0;
+    };
+
     [[nodiscard]] const ZipEntry& Entry(std::size_t index) const {
         return m_archive.Entries()[index];
     }
@@ -204,32 +216,68 @@ class Extraction {
     }
 
     bool WriteTemporary(std::size_t index, std::string& reason) {
-        std::error_code error = m_writer.BeginFile(m_paths[index]);
-        const auto sink = [&](std::string_view bytes) {
-            Progress();
-            error = m_writer.WriteFile(bytes);
-            if (m_sum) {
-                m_sum->Add(bytes);
-            }
-            return !error;
-        };
-        if (!error && m_archive.Read(Entry(index), sink, reason)) {
-            const unsigned own = Entry(index).Permissions();
-            unsigned given = 0;
-            error = m_writer.FinishFile(own == 0 ? std::nullopt : std::optional(own), &given);
-            if (!error && m_sum) {
-                m_options.observer->OnFile(m_places[index], m_sum->Finish(), given);
-            }
-        }
-        if (error) {
+        const unsigned own = Entry(index).Permissions();
+        const auto permissions = own == 0 ? std::nullopt : std::optional(own);
+        Result& result = m_results.emplace_back();  // stays where it is
+        result.index = index;
+        const auto error = Entry(index).size <= kSmallFile
+                               ? WriteSmall(index, permissions, result, reason)
+                               : WriteLarge(index, permissions, result, reason);
+        if (error && reason.empty()) {
             reason = "cannot be written: " + error.message();
         }
         return reason.empty();
     }
 
+    std::error_code WriteSmall(std::size_t index, std::optional<unsigned> permissions,
+                               Result& result, std::string& reason) {
+        std::string content;
+        content.reserve(Entry(index).size);
+        const auto sink = [&](std::string_view bytes) {
+            content += bytes;
+            return true;
+        };
+        Progress();
+        if (!m_archive.Read(Entry(index), sink, reason)) {
+            return {};
+        }
+        TreeWriter::Witness witness;
+        if (m_sum) {
+            witness = [&result](std::string_view bytes) { result.sum = Sha256Of(bytes); };
+        }
+        return m_writer.AddFile(m_paths[index], std::move(content), permissions, std::move(witness),
+                                &result.mode);
+    }
+
+    std::error_code WriteLarge(std::size_t index, std::optional<unsigned> permissions,
+                               Result& result, std::string& reason) {
+        TreeWriter::Witness witness;
+        if (m_sum) {
+            witness = [this](std::string_view bytes) { m_sum->Add(bytes); };
+        }
+        std::error_code error = m_writer.BeginFile(m_paths[index], std::move(witness));
+        const auto sink = [&](std::string_view bytes) {
+            Progress();
+            return m_writer.WriteFile(bytes);
+        };
+        if (!error && (m_archive.Read(Entry(index), sink, reason) || reason.empty())) {
+            error = m_writer.FinishFile(permissions, &result.mode);
+        }
+        if (!error && m_sum) {
+            result.sum = m_sum->Finish();
+        }
+        return error;
+    }
+
     bool Commit() {
         std::string path;
         const auto error = m_writer.Commit(path);
+        for (const Result& result : m_results) {
+            if (!error && m_sum) {
+                m_options.observer->OnFile(m_places[result.index], result.sum, result.mode);
+            }
+        }
+        m_results.clear();
         return !error || Fail("'" + m_folderPath + (path.empty() ? "" : "/" + path) +
                               "' cannot be written: " + error.message());
     }
@@ -242,6 +290,7 @@ class Extraction {
     TreeWriter m_writer;
     std::vector<std::string> m_paths;           // of the entries, below the folder
     std::vector<std::string> m_places;          // the same with links followed
+    std::deque<Result> m_results;               // of the files that were not committed yet
     std::optional<Sha256> m_sum;                // if the observer wants them
     std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
 };

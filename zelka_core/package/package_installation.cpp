@@ -187,8 +187,7 @@ bool PackageInstallation::Finish(bool isUnpacked, std::vector<std::string>& note
         notes.push_back(Shown(m_archive) + " " + fault);
     }
     if (m_hasBegun && !m_settlement.TakeBackChange(m_manifest->name, notes)) {
-        notes.push_back("what " + m_manifest->name +
-                        " has changed is put back at the next start");
+        notes.push_back("what " + m_manifest->name + " has changed is put back at the next start");
     }
     return false;
 }

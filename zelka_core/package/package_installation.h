@@ -24,14 +24,14 @@ struct PackageHost {
 
 // One installation of a package, looked on at by way of Unzip. A package without a manifest is
 // installed as if nobody looked. One with a manifest owns its files; it is refused before anything
-// is written if its manifest makes no sense, what it requires is not there, a newer version of it is
-// installed, or a file of it belongs to another package. While it is being written, and as long as
-// a newer version than before is on trial, what was there can be taken back.
+// is written if its manifest makes no sense, what it requires is not there, a newer version of it
+// is installed, or a file of it belongs to another package. While it is being written, and as long
+// as a newer version than before is on trial, what was there can be taken back.
 class PackageInstallation : public UnzipObserver {
   public:
     // `settlement` and `host` outlive the object. `archive` is the name of the package's file.
-    PackageInstallation(PackageSettlement& settlement, const PackageHost& host,
-                        std::string archive, std::string signer);
+    PackageInstallation(PackageSettlement& settlement, const PackageHost& host, std::string archive,
+                        std::string signer);
 
     bool OnJudged(ZipArchive& archive, const std::vector<std::string>& places,
                   std::string& fault) override;

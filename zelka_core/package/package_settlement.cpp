@@ -113,8 +113,7 @@ void PackageSettlement::MarkAsFailed(const InstalledPackage& package,
     }
 }
 
-bool PackageSettlement::TakeBackTrial(const std::string& package,
-                                      std::vector<std::string>& notes) {
+bool PackageSettlement::TakeBackTrial(const std::string& package, std::vector<std::string>& notes) {
     return PutBackTrial(package, notes) && ForgetTrial(package);
 }
 
@@ -176,10 +175,10 @@ bool PackageSettlement::PutBack(const std::string& package,
 
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
-    (void)m_database.EventWrite(CAgentEvent::Now(
-        kPackageTakenBack, CAgentEvent::SeverityError,
-        ShownName(wxString::Format("%s|%s|%s", GetPluginType(package), package.GetName(),
-                                   package.GetFullPath()))));
+    (void)m_database.EventWrite(
+        CAgentEvent::Now(kPackageTakenBack, CAgentEvent::SeverityError,
+                         ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
+                                                    package.GetName(), package.GetFullPath()))));
 }
 
 }  // namespace ZelkaCore

@@ -23,7 +23,8 @@ constexpr std::array kSteps{
     // Packages with a manifest, by whose names everything here goes, and the files that they own.
     // package_change: what was begun with a package and is not done. package_kept: what lies in the
     // place of the package's kept files, and where it was; `owned_sha256` is null for what the
-    // package did not own. package_trial: the package as it was before the version that is on trial.
+    // package did not own. package_trial: the package as it was before the version that is on
+    // trial.
     "CREATE TABLE package (name TEXT NOT NULL PRIMARY KEY, version TEXT NOT NULL,"
     " requirements TEXT NOT NULL, archive TEXT NOT NULL, signer TEXT NOT NULL,"
     " installed INTEGER NOT NULL);"

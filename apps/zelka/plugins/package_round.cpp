@@ -218,8 +218,8 @@ void ReportPackage(const wxString& verb, std::size_t number, std::size_t count,
 }
 
 void BeginEvent(ZelkaCore::CAgentEvent& event, const wxFileName& package) {
-    event.SetData(ShownName(wxString::Format("%s|%s|%s", ZelkaCore::GetPluginType(package), package.GetName(),
-                                             package.GetFullPath())));
+    event.SetData(ShownName(wxString::Format("%s|%s|%s", ZelkaCore::GetPluginType(package),
+                                             package.GetName(), package.GetFullPath())));
     event.SetJTime(ZelkaCore::TimeNowMillis());
     event.SetTime(static_cast<int>(event.GetJTime() / 1000));
 }

@@ -74,7 +74,7 @@ class PackageRound {
     std::vector<std::string> m_reserved;
     LockFile m_lock;
     FolderTree m_tree;
-    FileVersion m_opened;      // the package that was opened last
+    FileVersion m_opened;                // the package that was opened last
     bool m_allDeleted = true;            // what it names
     std::vector<std::string> m_deleted;  // of that, without links
     std::optional<ZelkaCore::PackageSettlement> m_settlement;

@@ -3,7 +3,6 @@
 
 #include <wx/filename.h>
 
-
 RelayPackages FindRelayPackages(const wxArrayString& packages) {
     RelayPackages found;
     for (const wxString& package : packages) {

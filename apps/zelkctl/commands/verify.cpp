@@ -23,8 +23,8 @@ struct Count {
 
 void PrintFound(const std::vector<Difference>& differences, const Count& count) {
     if (differences.empty()) {
-        PrintLine("Nothing differs: " + std::to_string(count.packages) + " packages, " +
-                  std::to_string(count.files) + " files.");
+        PrintLine("Nothing differs; packages: " + std::to_string(count.packages) +
+                  ", files: " + std::to_string(count.files) + ".");
         return;
     }
     Table table({"FILE", "PACKAGE", "DIFFERENCE", ""});

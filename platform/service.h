@@ -111,6 +111,11 @@ void FeedWatchdog();
 // also those that came meanwhile. While there is no other thread yet.
 void UnblockServiceSignals();
 
+// The command that the service manager would start a unit with, word by word. ENOENT if it knows no
+// such unit, or one without a command; what the system said if it cannot be asked.
+[[nodiscard]] std::error_code ReadServiceCommand(const std::string& unit,
+                                                 std::vector<std::string>& command);
+
 // Connects to the service manager, runs the service of the table's first entry and returns when its
 // body has returned; controls are handled on the calling thread meanwhile. An all-null entry ends
 // the table. The service's name is that of the systemd unit without `.service`, or the profile's.

@@ -19,6 +19,7 @@ void AddRunCommand(CLI::App& app, const Options& options);
 void AddConsoleCommand(CLI::App& app, const Options& options);
 void AddReloadCommand(CLI::App& app, const Options& options);
 void AddStopCommand(CLI::App& app, const Options& options);
+void AddCheckCommand(CLI::App& app, const Options& options);
 void AddDiagnoseCommand(CLI::App& app, const Options& options);
 void AddDumpsCommand(CLI::App& app, const Options& options);
 void AddPackagesCommand(CLI::App& app, const Options& options);

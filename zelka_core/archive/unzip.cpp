@@ -5,8 +5,10 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <algorithm>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -52,8 +54,12 @@ wxZipEntry ViewOf(const ZipEntry& entry) {
 // One walk over one archive.
 class Extraction {
   public:
-    Extraction(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options)
+    using Complain = std::function<void(const std::string& fault)>;
+
+    Extraction(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options,
+               Complain complain)
         : m_options(options),
+          m_complain(std::move(complain)),
           m_archivePath(AbsolutePath(archive)),
           m_folderPath(AbsolutePath(folder)) {}
 
@@ -76,6 +82,17 @@ class Extraction {
             m_writer.Tree().Reserve(reserved);
         }
         return CheckPlaces() && AskObserver();
+    }
+
+    // The walk as far as it can be taken without writing anything.
+    bool Judge() {
+        if (m_options.removes) {
+            return true;
+        }
+        const auto& entries = m_archive.Entries();
+        return HasRoom() && std::all_of(entries.begin(), entries.end(), [this](const auto& entry) {
+                   return entry.IsFolder() || IsIntact(entry);
+               });
     }
 
     bool Walk(UnzipCallback callback, void* userData) {
@@ -107,8 +124,17 @@ class Extraction {
     }
 
     [[nodiscard]] bool Fail(const std::string& fault) const {
-        wxLogError("%s: %s", FromUtf8(m_archivePath), FromUtf8(fault));
+        m_complain(fault);
         return false;
+    }
+
+    [[nodiscard]] bool IsIntact(const ZipEntry& entry) {
+        std::string reason;
+        const auto ignore = [this](std::string_view) {
+            Progress();
+            return true;
+        };
+        return m_archive.Read(entry, ignore, reason) || Fail(EntryFault(entry, reason));
     }
 
     [[nodiscard]] bool FailEntry(std::size_t index, const std::string& reason) const {
@@ -283,6 +309,7 @@ class Extraction {
     }
 
     const UnzipOptions& m_options;
+    const Complain m_complain;
     const std::string m_archivePath;
     const std::string m_folderPath;
 
@@ -299,11 +326,26 @@ class Extraction {
 
 bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
            void* userData, const UnzipOptions& options) {
+    const auto tell = [&](const std::string& fault) {
+        wxLogError("%s: %s", FromUtf8(AbsolutePath(archive)), FromUtf8(fault));
+    };
     try {
-        Extraction extraction(archive, folder, options);
+        Extraction extraction(archive, folder, options, tell);
         return extraction.Prepare() && extraction.Walk(callback, userData);
     } catch (const std::exception& error) {  // there was no memory
         wxLogError("%s: %s", archive.GetFullPath(), error.what());
+        return false;
+    }
+}
+
+bool CheckUnzip(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options,
+                std::string& fault) {
+    try {
+        Extraction extraction(archive, folder, options,
+                              [&](const std::string& found) { fault = found; });
+        return extraction.Prepare() && extraction.Judge();
+    } catch (const std::exception& error) {  // there was no memory
+        fault = error.what();
         return false;
     }
 }

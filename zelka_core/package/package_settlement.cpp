@@ -9,6 +9,7 @@
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/package/package_archive.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -176,7 +177,7 @@ bool PackageSettlement::PutBack(const std::string& package,
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
     (void)m_database.EventWrite(
-        CAgentEvent::Now(kPackageTakenBack, CAgentEvent::SeverityError,
+        CAgentEvent::Now(kEventPackageTakenBack, CAgentEvent::SeverityError,
                          ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
                                                     package.GetName(), package.GetFullPath()))));
 }

@@ -125,7 +125,7 @@ bool AgentDatabase::SettingRemove(const std::string& name) {
     });
 }
 
-bool AgentDatabase::EventWrite(const CAgentEvent& event) {
+bool AgentDatabase::EventWrite(const CAgentEvent& event, std::int64_t* id) {
     return Run(Access::Make, "write an event", [&](SQLite::Database& database) {
         // With a write-ahead log FULL syncs each commit, NORMAL only checkpoints. EXTRA is the same
         // there, and also syncs the folder where a rollback journal has to serve.
@@ -139,6 +139,9 @@ bool AgentDatabase::EventWrite(const CAgentEvent& event) {
         insert.bind(4, event.GetTime());
         BindText(insert, 5, ToUtf8(event.GetData()));
         insert.exec();
+        if (id != nullptr) {
+            *id = database.getLastInsertRowid();
+        }
     });
 }
 

@@ -88,6 +88,14 @@ std::string Uri(const fs::path& file) {
     return uri;
 }
 
+SQLite::Database OpenReadOnly(const std::string& uri, const SqliteTuning& tuning) {
+    SQLite::Database database(uri, SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX | SQLite::OPEN_URI,
+                              tuning.busyTimeout);
+    RefuseUnknownVersion(database);
+    CheckPages(database);
+    return database;
+}
+
 }  // namespace
 
 int LatestSchemaVersion() {
@@ -118,12 +126,28 @@ SQLite::Database OpenChecked(const fs::path& file, const SqliteTuning& tuning) {
 }
 
 SQLite::Database OpenSnapshot(const fs::path& file, const SqliteTuning& tuning) {
-    SQLite::Database database(Uri(file) + "?immutable=1",
-                              SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX | SQLite::OPEN_URI,
-                              tuning.busyTimeout);
-    RefuseUnknownVersion(database);
-    CheckPages(database);
-    return database;
+    return OpenReadOnly(Uri(file) + "?immutable=1", tuning);
+}
+
+SQLite::Database OpenForLook(const fs::path& file) {
+    const auto isThere = [&](const char* suffix) {
+        std::error_code missing;
+        const auto size = fs::file_size(file.string() + suffix, missing);
+        return !missing && size != 0;
+    };
+    try {
+        if (!isThere("-wal")) {
+            return OpenSnapshot(file, SqliteTuning());
+        }
+    } catch (const SQLite::Exception& error) {
+        if (!IsDamage(error) || !isThere("-wal")) {  // else somebody writes by now
+            throw;
+        }
+    }
+    if (!isThere("-shm")) {
+        throw UnreadableLog();
+    }
+    return OpenReadOnly(Uri(file) + "?readonly_shm=1", SqliteTuning());
 }
 
 void MigrateSchema(SQLite::Database& database) {

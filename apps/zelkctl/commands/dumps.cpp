@@ -152,6 +152,6 @@ void ShowDumps(const Options& options) {
 }  // namespace
 
 void AddDumpsCommand(CLI::App& app, const Options& options) {
-    app.add_subcommand("dumps", "list the crash dumps, and which Lua code ran; the newest first")
+    app.add_subcommand("dumps", "The crash dumps, and which Lua code ran; the newest first")
         ->callback([&options] { ShowDumps(options); });
 }

@@ -102,6 +102,11 @@ void FeedWatchdog();
 // Whether a service manager has started this process.
 [[nodiscard]] bool IsStartedByManager();
 
+// What the service manager calls the start of a unit that it runs this process for, or the shell
+// which has run it; the same for all commands of that start. Empty for any other process, also for
+// one that a service has started at some time.
+[[nodiscard]] std::string NameOfServiceStart();
+
 // Takes that back, for a process that does not become a service: signals do what they always do,
 // also those that came meanwhile. While there is no other thread yet.
 void UnblockServiceSignals();

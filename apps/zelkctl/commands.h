@@ -22,3 +22,8 @@ void AddStopCommand(CLI::App& app, const Options& options);
 void AddCheckCommand(CLI::App& app, const Options& options);
 void AddDiagnoseCommand(CLI::App& app, const Options& options);
 void AddDumpsCommand(CLI::App& app, const Options& options);
+void AddPackagesCommand(CLI::App& app, const Options& options);
+void AddVerifyCommand(CLI::App& app, const Options& options);
+void AddRemoveCommand(CLI::App& app, const Options& options);
+void AddPackCommand(CLI::App& app, const Options& options);
+void AddSettleCommand(CLI::App& app, const Options& options);

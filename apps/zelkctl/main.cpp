@@ -28,6 +28,11 @@ void AddCommands(CLI::App& app, Options& options) {
     AddCheckCommand(app, options);
     AddDiagnoseCommand(app, options);
     AddDumpsCommand(app, options);
+    AddPackagesCommand(app, options);
+    AddVerifyCommand(app, options);
+    AddRemoveCommand(app, options);
+    AddPackCommand(app, options);
+    AddSettleCommand(app, options);
 }
 
 }  // namespace

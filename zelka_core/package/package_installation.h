@@ -17,7 +17,7 @@ struct PackageHost {
     std::string name;     // of the program, which packages may require
     std::string version;  // of the program
     // Files, and folders with a '/' at the end, below the program's folder that the program
-    // consists of: what replaces one of them shows only after the next start.
+    // consists of: what replaces one of them, or takes it away, shows only after the next start.
     std::vector<std::string> program = {};
     std::string start = {};  // as PackageSettlement::SettleTrials has it
 };

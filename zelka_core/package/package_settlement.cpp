@@ -7,6 +7,7 @@
 
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
+#include "zelka_core/package/package_archive.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/text.h"
@@ -92,14 +93,25 @@ bool PackageSettlement::GiveUp(const std::string& package, const PackageTrial& t
     if (!PutBackTrial(package, notes)) {
         return false;
     }
-    for (const char* ending : {"", ".done"}) {
-        const std::string name = installed->archive + ending;
-        if (const auto error = m_kept.Rename(name, installed->archive + ".failed")) {
+    MarkAsFailed(*installed, notes);
+    WriteEvent(installed->archive);
+    return ForgetTrial(package);
+}
+
+// Under its first name it would be installed again. What has that name may be another version by
+// now, which is to be tried.
+void PackageSettlement::MarkAsFailed(const InstalledPackage& package,
+                                     std::vector<std::string>& notes) {
+    std::vector<std::string> names{package.archive + ".done"};
+    const auto manifest = ManifestOf(m_folder + "/" + package.archive);
+    if (manifest && manifest->name == package.name && manifest->version == package.version) {
+        names.push_back(package.archive);
+    }
+    for (const std::string& name : names) {
+        if (const auto error = m_kept.Rename(name, package.archive + ".failed")) {
             notes.push_back(ForOperators(name) + ": " + error.message());
         }
     }
-    WriteEvent(installed->archive);
-    return ForgetTrial(package);
 }
 
 bool PackageSettlement::TakeBackTrial(const std::string& package, std::vector<std::string>& notes) {

@@ -55,6 +55,7 @@ class PackageSettlement {
     void WriteEvent(const std::string& archive);
     bool GiveUp(const std::string& package, const PackageTrial& trial,
                 std::vector<std::string>& notes);
+    void MarkAsFailed(const InstalledPackage& package, std::vector<std::string>& notes);
 
     AgentDatabase& m_database;
     PackageRecords m_records;

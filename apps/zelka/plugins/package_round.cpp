@@ -4,7 +4,6 @@
 #include <wx/filename.h>
 #include <wx/log.h>
 
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -32,8 +31,8 @@ constexpr const char* kAsideName = ".zelka-unzip-removed";
 // What this start is called where starts are counted; the service manager's word for it, if there
 // is one, also names what it runs before the agent.
 std::string NameOfStart() {
-    const char* invocation = std::getenv("INVOCATION_ID");
-    return invocation != nullptr ? invocation : std::to_string(ZelkaCore::TimeNowMillis());
+    std::string name = NameOfServiceStart();
+    return name.empty() ? std::to_string(ZelkaCore::TimeNowMillis()) : name;
 }
 
 ZelkaCore::PackageHost HostOf(const ZelkaCore::CDom& dom) {

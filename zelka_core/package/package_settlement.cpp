@@ -7,6 +7,7 @@
 
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
+#include "zelka_core/package/package_signature.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/text.h"
 
@@ -92,17 +93,18 @@ bool PackageSettlement::GiveUp(const std::string& package, const PackageTrial& t
         return false;
     }
     for (const char* ending : {"", ".done"}) {
-        const std::string name = installed->archive + ending;
-        if (const auto error = m_kept.Rename(name, installed->archive + ".failed")) {
-            notes.push_back(ForOperators(name) + ": " + error.message());
+        for (const char* part : {"", kSignatureEnding}) {
+            const std::string name = installed->archive + ending + part;
+            if (const auto error = m_kept.Rename(name, installed->archive + ".failed" + part)) {
+                notes.push_back(ForOperators(name) + ": " + error.message());
+            }
         }
     }
     WriteEvent(installed->archive);
     return ForgetTrial(package);
 }
 
-bool PackageSettlement::TakeBackTrial(const std::string& package,
-                                      std::vector<std::string>& notes) {
+bool PackageSettlement::TakeBackTrial(const std::string& package, std::vector<std::string>& notes) {
     return PutBackTrial(package, notes) && ForgetTrial(package);
 }
 
@@ -164,10 +166,10 @@ bool PackageSettlement::PutBack(const std::string& package,
 
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
-    (void)m_database.EventWrite(CAgentEvent::Now(
-        kPackageTakenBack, CAgentEvent::SeverityError,
-        ShownName(wxString::Format("%s|%s|%s", GetPluginType(package), package.GetName(),
-                                   package.GetFullPath()))));
+    (void)m_database.EventWrite(
+        CAgentEvent::Now(kPackageTakenBack, CAgentEvent::SeverityError,
+                         ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
+                                                    package.GetName(), package.GetFullPath()))));
 }
 
 }  // namespace ZelkaCore

@@ -21,3 +21,4 @@ void AddReloadCommand(CLI::App& app, const Options& options);
 void AddStopCommand(CLI::App& app, const Options& options);
 void AddDiagnoseCommand(CLI::App& app, const Options& options);
 void AddDumpsCommand(CLI::App& app, const Options& options);
+void AddSignCommand(CLI::App& app, const Options& options);

@@ -27,6 +27,7 @@ void AddCommands(CLI::App& app, Options& options) {
     AddStopCommand(app, options);
     AddDiagnoseCommand(app, options);
     AddDumpsCommand(app, options);
+    AddSignCommand(app, options);
 }
 
 }  // namespace

@@ -53,8 +53,13 @@ std::string PurposeFault(X509* certificate, bool isIssuer) {
                : CertificateOf(certificate) + "is not for signatures";
 }
 
-// A certificate whose issuer has no list need not stand by one.
-int PassWithoutList(int isGood, X509_STORE_CTX* context) {
+// A certificate whose issuer has no list need not stand by one. The list that a failure is about is
+// kept for its text, as OpenSSL forgets it.
+int OnStep(int isGood, X509_STORE_CTX* context) {
+    X509_CRL* const list = X509_STORE_CTX_get0_current_crl(context);
+    if (isGood == 0 && list != nullptr && X509_CRL_up_ref(list) == 1) {
+        static_cast<RevocationListOwner*>(X509_STORE_CTX_get_app_data(context))->reset(list);
+    }
     if (isGood != 0 || X509_STORE_CTX_get_error(context) != X509_V_ERR_UNABLE_TO_GET_CRL) {
         return isGood;
     }
@@ -64,9 +69,7 @@ int PassWithoutList(int isGood, X509_STORE_CTX* context) {
     return lists == nullptr || sk_X509_CRL_num(lists.get()) == 0 ? 1 : 0;
 }
 
-std::string ListFault(X509_STORE_CTX* context, const X509* certificate, std::time_t now) {
-    const X509_CRL* const list = X509_STORE_CTX_get0_current_crl(context);
-    const bool isOld = X509_STORE_CTX_get_error(context) == X509_V_ERR_CRL_HAS_EXPIRED;
+std::string ListFault(const X509* certificate, const X509_CRL* list, bool isOld, std::time_t now) {
     return CertificateOf(certificate) + "cannot be judged: the revocation list of " +
            Quoted(X509_CRL_get_issuer(list)) +
            (isOld ? " has expired at " + TimeText(X509_CRL_get0_nextUpdate(list))
@@ -82,18 +85,20 @@ bool LacksEnd(int error) {
            error == X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN || error == X509_V_ERR_CERT_UNTRUSTED;
 }
 
-std::string FaultOf(X509_STORE_CTX* context, const X509* signer, std::time_t now) {
+std::string FaultOf(X509_STORE_CTX* context, const X509* signer, const X509_CRL* list,
+                    std::time_t now) {
     const int error = X509_STORE_CTX_get_error(context);
     const X509* const current = X509_STORE_CTX_get_current_cert(context);
     const X509* const certificate = current == nullptr ? signer : current;
+    const bool isOld = error == X509_V_ERR_CRL_HAS_EXPIRED;
+    if (list != nullptr && (isOld || error == X509_V_ERR_CRL_NOT_YET_VALID)) {
+        return ListFault(certificate, list, isOld, now);
+    }
     switch (error) {
         case X509_V_ERR_CERT_NOT_YET_VALID:
             return NotBefore(certificate, now);
         case X509_V_ERR_CERT_HAS_EXPIRED:
             return NotAfter(certificate, now);
-        case X509_V_ERR_CRL_NOT_YET_VALID:
-        case X509_V_ERR_CRL_HAS_EXPIRED:
-            return ListFault(context, certificate, now);
         case X509_V_ERR_CERT_REVOKED:
             return CertificateOf(certificate) + "is revoked";
         default:
@@ -124,12 +129,14 @@ std::string ChainFaultWith(unsigned long flags, X509_STORE* trusted, X509* signe
     X509_VERIFY_PARAM_set_auth_level(rules, kSecurityLevel);
     (void)X509_VERIFY_PARAM_set_flags(rules,
                                       X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL | flags);
-    X509_STORE_CTX_set_verify_cb(context.get(), &PassWithoutList);
+    RevocationListOwner list;
+    (void)X509_STORE_CTX_set_app_data(context.get(), &list);
+    X509_STORE_CTX_set_verify_cb(context.get(), &OnStep);
     const bool isGood = X509_verify_cert(context.get()) == 1;
     ERR_clear_error();
     error = X509_STORE_CTX_get_error(context.get());
     return isGood ? PurposeFaultOf(X509_STORE_CTX_get0_chain(context.get()))
-                  : FaultOf(context.get(), signer, now);
+                  : FaultOf(context.get(), signer, list.get(), now);
 }
 
 }  // namespace

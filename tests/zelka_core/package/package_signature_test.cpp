@@ -194,7 +194,7 @@ TEST_F(SignatureTest, AFolderThatOthersCanChangeOrThatIsDamagedTrustsNobody) {
 }
 
 TEST_F(SignatureTest, WhatWasJudgedIsACopyThatNobodyElseReaches) {
-    const Signer now({.name = "Now", .to = 100'000});
+    const Signer now({.name = "Now", .from = -10'000, .to = 100'000});
     Trust("now.pem", now.Pem());
     const TrustFolder trust(TrustPath());
     fs::create_directory(m_scratch.Path() / "work");

@@ -6,19 +6,16 @@
 #include <wx/zipstrm.h>
 
 #include <algorithm>
-#include <deque>
 #include <exception>
 #include <functional>
-#include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "platform/tree_writer.h"
+#include "zelka_core/archive/entry_writer.h"
 #include "zelka_core/archive/package_check.h"
 #include "zelka_core/archive/zip_archive.h"
-#include "zelka_core/system/sha256.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -27,9 +24,6 @@ namespace {
 
 // For folders that carry no permissions, as in archives from other systems.
 constexpr unsigned kFolderPermissions = 0755;
-
-// Bytes: a file of this size is held in memory.
-constexpr std::uint64_t kSmallFile = 0x40000;
 
 // Without a separator at the end.
 std::string AbsolutePath(const wxFileName& name) {
@@ -114,13 +108,6 @@ class Extraction {
     }
 
   private:
-    // What became of a file until it is in its place.
-    struct Result {
-        std::size_t index = 0;
-        std::string sum;
-        unsigned mode = 0;
-    };
-
     [[nodiscard]] const ZipEntry& Entry(std::size_t index) const {
         return m_archive.Entries()[index];
     }
@@ -181,7 +168,7 @@ class Extraction {
             return Fail(fault);
         }
         if (observer != nullptr && observer->WantsChecksums()) {
-            m_sum.emplace();
+            m_entries.SetObserver(observer);
         }
         return true;
     }
@@ -236,76 +223,15 @@ class Extraction {
 
     bool Write(std::size_t index) {
         std::string reason;
-        if (!WriteTemporary(index, reason)) {
-            m_writer.DropFile();
+        if (!m_entries.Write(Entry(index), m_paths[index], m_places[index], reason)) {
             return FailEntry(index, reason);
         }
         return !m_writer.IsBatchFull() || Commit();
     }
 
-    bool WriteTemporary(std::size_t index, std::string& reason) {
-        const unsigned own = Entry(index).Permissions();
-        const auto permissions = own == 0 ? std::nullopt : std::optional(own);
-        Result& result = m_results.emplace_back();  // stays where it is
-        result.index = index;
-        const auto error = Entry(index).size <= kSmallFile
-                               ? WriteSmall(index, permissions, result, reason)
-                               : WriteLarge(index, permissions, result, reason);
-        if (error && reason.empty()) {
-            reason = "cannot be written: " + error.message();
-        }
-        return reason.empty();
-    }
-
-    std::error_code WriteSmall(std::size_t index, std::optional<unsigned> permissions,
-                               Result& result, std::string& reason) {
-        std::string content;
-        content.reserve(Entry(index).size);
-        const auto sink = [&](std::string_view bytes) {
-            content += bytes;
-            return true;
-        };
-        Progress();
-        if (!m_archive.Read(Entry(index), sink, reason)) {
-            return {};
-        }
-        TreeWriter::Witness witness;
-        if (m_sum) {
-            witness = [&result](std::string_view bytes) { result.sum = Sha256Of(bytes); };
-        }
-        return m_writer.AddFile(m_paths[index], std::move(content), permissions, std::move(witness),
-                                &result.mode);
-    }
-
-    std::error_code WriteLarge(std::size_t index, std::optional<unsigned> permissions,
-                               Result& result, std::string& reason) {
-        TreeWriter::Witness witness;
-        if (m_sum) {
-            witness = [this](std::string_view bytes) { m_sum->Add(bytes); };
-        }
-        std::error_code error = m_writer.BeginFile(m_paths[index], std::move(witness));
-        const auto sink = [&](std::string_view bytes) {
-            Progress();
-            return m_writer.WriteFile(bytes);
-        };
-        if (!error && (m_archive.Read(Entry(index), sink, reason) || reason.empty())) {
-            error = m_writer.FinishFile(permissions, &result.mode);
-        }
-        if (!error && m_sum) {
-            result.sum = m_sum->Finish();
-        }
-        return error;
-    }
-
     bool Commit() {
         std::string path;
-        const auto error = m_writer.Commit(path);
-        for (const Result& result : m_results) {
-            if (!error && m_sum) {
-                m_options.observer->OnFile(m_places[result.index], result.sum, result.mode);
-            }
-        }
-        m_results.clear();
+        const auto error = m_entries.Commit(path);
         return !error || Fail("'" + m_folderPath + (path.empty() ? "" : "/" + path) +
                               "' cannot be written: " + error.message());
     }
@@ -316,11 +242,10 @@ class Extraction {
     const std::string m_folderPath;
 
     ZipArchive m_archive;
-    TreeWriter m_writer;
+    EntryWriter m_entries{m_archive, m_options.progress};
+    TreeWriter& m_writer = m_entries.Writer();
     std::vector<std::string> m_paths;           // of the entries, below the folder
     std::vector<std::string> m_places;          // the same with links followed
-    std::deque<Result> m_results;               // of the files that were not committed yet
-    std::optional<Sha256> m_sum;                // if the observer wants them
     std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
 };
 

@@ -9,6 +9,8 @@
 local agent = [["$AGENT" --appname on_agent --lua_path "$BENCH/?.lua" --workdir "$SCRATCH/work" -- ]]
 local lua = [[LUA_PATH="$BENCH/?.lua;;" lua5.2 ]]
 
+local client = [[cc -O2 -o "$SCRATCH/control" "$BENCH/rows/control.c"]]
+
 local function onAgent(name, row)
     return { name, agent .. row }
 end
@@ -79,5 +81,19 @@ return {
             { "cqueues alone", [["$BENCH/rows/http" ]] .. agent .. "http_server alone" },
             { "cqueues in lua5.2", [[LUA_PATH="$BENCH/?.lua;;" "$BENCH/rows/http" lua5.2 -e 'require "rows.http_server" ()']] },
         },
+    },
+    {
+        name = "control",
+        lines = { { "status of a waiting agent", "us" } },
+        goal = { "value", atMost = 1000 },
+        prepare = client,
+        sides = { { "agent", [["$BENCH/rows/control" waits]] } },
+    },
+    {
+        name = "control_busy",
+        lines = { { "status of a busy agent", "us" } },
+        goal = { "value", atMost = 50000 },
+        prepare = client,
+        sides = { { "agent", [["$BENCH/rows/control" runs]] } },
     },
 }

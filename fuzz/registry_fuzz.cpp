@@ -7,6 +7,11 @@ namespace {
 
 constexpr int kLinesCompared = 64;
 
+std::optional<wxString> DataOf(std::string_view text, const wxString& key, const wxString& name) {
+    const auto found = FindRegistryValue(text, key, name);
+    return found ? std::optional(found->data) : std::nullopt;
+}
+
 // What the text says of keys that do not go with `removed` is said by `rest`, too.
 void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
                                const wxString& removed) {
@@ -18,7 +23,7 @@ void RequireTheSameOfOtherKeys(std::string_view text, std::string_view rest,
         }
         Require(HasRegistryKey(rest, key));
         const wxString& name = reader.Current().name;
-        Require(FindRegistryValue(text, key, name) == FindRegistryValue(rest, key, name));
+        Require(DataOf(text, key, name) == DataOf(rest, key, name));
     }
 }
 

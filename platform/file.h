@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -30,6 +32,10 @@ using FileStream = std::unique_ptr<std::FILE, FileStreamCloser>;
 
 // OpenRegularFile, for the C library's functions.
 [[nodiscard]] std::error_code OpenRegularStream(const std::string& path, FileStream& stream);
+
+// Fills `buffer` from that offset on, as far as the file goes; `got` receives how far.
+[[nodiscard]] std::error_code ReadAt(std::FILE* stream, std::uint64_t offset,
+                                     std::span<char> buffer, std::size_t& got);
 
 // Whether a pipe lies at the path, which opening it for writing would wait for.
 bool IsPipe(const std::string& path);

@@ -105,4 +105,5 @@ class FolderTree {
     std::vector<std::string> m_reserved;         // places
     std::map<std::string, FolderPtr> m_folders;  // that are kept open, by their paths
     bool m_touchedOthers = false;                // folders that are not kept open
+    std::string m_missing;  // nothing was there when Look was asked last, and only Look since
 };

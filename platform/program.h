@@ -25,3 +25,9 @@ struct ProgramResult {
 // behind writes after its end is not waited for. A program that is given up is killed. Any thread.
 [[nodiscard]] std::error_code RunProgram(const std::string& program,
                                          std::vector<std::string> arguments, ProgramResult& result);
+
+// Runs a program in the place of this one, in this process, with its descriptors that are not
+// closed on exec. `program` and `arguments` are as above. Returns if that fails, with nothing
+// changed.
+[[nodiscard]] std::error_code BecomeProgram(const std::string& program,
+                                            const std::vector<std::string>& arguments);

@@ -4,10 +4,20 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 // The file that holds the registry, from here on. Without one the registry is empty. Before a
 // second thread exists.
 void UseRegistryFile(const std::string& path);
+
+// What is wrong with that file.
+struct RegistryFault {
+    std::size_t line = 0;  // which is skipped; 0: the file as a whole counts as empty
+    std::string text;
+};
+
+// Everything that is wrong with it now, in the order of its lines. Tells nothing in the log.
+std::vector<RegistryFault> RegistryFaults();
 
 // The registry, kept in the one UTF-8 text file that UseRegistryFile names.
 //
@@ -64,6 +74,9 @@ class wxRegKey {
     [[nodiscard]] bool HasValue(const wxString& name) const;
     bool QueryValue(const wxString& name, wxString& data) const;
     bool QueryValue(const wxString& name, long* data) const;
+
+    // The line of the file in which the value stands, from 1 on; 0 if it is missing.
+    [[nodiscard]] std::size_t LineOf(const wxString& name) const;
 
     // Removes the key and all below it, in whatever mode this one was opened. The file is replaced
     // as a whole, with its mode and owner, or stays as it is; comments and lines that make no sense

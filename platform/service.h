@@ -102,9 +102,19 @@ void FeedWatchdog();
 // Whether a service manager has started this process.
 [[nodiscard]] bool IsStartedByManager();
 
+// What the service manager calls the start of a unit that it runs this process for, or the shell
+// which has run it; the same for all commands of that start. Empty for any other process, also for
+// one that a service has started at some time.
+[[nodiscard]] std::string NameOfServiceStart();
+
 // Takes that back, for a process that does not become a service: signals do what they always do,
 // also those that came meanwhile. While there is no other thread yet.
 void UnblockServiceSignals();
+
+// The command that the service manager would start a unit with, word by word. ENOENT if it knows no
+// such unit, or one without a command; what the system said if it cannot be asked.
+[[nodiscard]] std::error_code ReadServiceCommand(const std::string& unit,
+                                                 std::vector<std::string>& command);
 
 // Connects to the service manager, runs the service of the table's first entry and returns when its
 // body has returned; controls are handled on the calling thread meanwhile. An all-null entry ends

@@ -1,24 +1,33 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 #include "platform/folder_tree.h"
 #include "platform/scoped_fd.h"
+
+class WorkQueue;
 
 // Writes files below one folder such that nothing lands outside of it (FolderTree), and that every
 // target is the old file or the new one, whole, also after a power cut.
 //
 // A file is written under a temporary name in the folder that it is for. Commit brings a batch of
 // such files to the disk and then renames each over its target, so the disk is waited for once a
-// batch, not once a file. Paths are those of FolderTree. For one thread at a time.
+// batch, not once a file. A second thread writes, too, so what is wrong with a file may show only
+// when it is finished, or committed. Paths are those of FolderTree. For one thread at a time.
 class TreeWriter {
   public:
-    TreeWriter() = default;
+    // Sees the bytes of a file before they are written, one piece after the other, on any thread.
+    using Witness = std::function<void(std::string_view bytes)>;
+
+    TreeWriter();
     // Drops what is not committed.
     ~TreeWriter();
     TreeWriter(const TreeWriter&) = delete;
@@ -47,19 +56,27 @@ class TreeWriter {
 
     // One file: begun, written in pieces, and then finished or dropped. Missing folders above it
     // are made. Without permissions it gets those of the file that it replaces, or the usual ones;
-    // `given`, if it is not null, receives what it got. A failed Begin or Finish has dropped the file.
-    [[nodiscard]] std::error_code BeginFile(const std::string& path);
-    [[nodiscard]] std::error_code WriteFile(std::string_view bytes);
+    // `given`, if it is not null, receives what it got. A failed Begin or Finish has dropped the
+    // file.
+    [[nodiscard]] std::error_code BeginFile(const std::string& path, Witness witness = {});
+    // False if it is of no use to go on: finishing it tells why.
+    bool WriteFile(std::string_view bytes);
     [[nodiscard]] std::error_code FinishFile(std::optional<unsigned> permissions,
                                              unsigned* given = nullptr);
     void DropFile();
+
+    // A whole small file at once, whose witness and `given` last until the next Commit, which also
+    // tells what was wrong with it.
+    [[nodiscard]] std::error_code AddFile(const std::string& path, std::string content,
+                                          std::optional<unsigned> permissions, Witness witness = {},
+                                          unsigned* given = nullptr);
 
     // True when it is time to Commit: finished files hold memory and their folders descriptors.
     [[nodiscard]] bool IsBatchFull() const;
 
     // Puts all finished files in place, in the order in which they were finished. At the first that
-    // cannot be put there, the others are dropped, and `failedPath` names it; it is empty if the
-    // disk failed.
+    // could not be written or cannot be put there, it and the others are dropped, and `failedPath`
+    // names it; it is empty if the disk failed.
     [[nodiscard]] std::error_code Commit(std::string& failedPath);
 
   private:
@@ -69,17 +86,28 @@ class TreeWriter {
         std::string name;  // in the folder
         std::string temporaryName;
         ScopedFd fd;
+        Witness witness;
+        std::error_code error;       // of writing it
+        std::uint64_t size = 0;      // written so far
+        std::uint64_t onItsWay = 0;  // of that, to the disk
     };
 
+    [[nodiscard]] std::error_code NewFile(const std::string& path, File& file);
+    static void WriteWhole(File& file, const std::string& content,
+                           std::optional<unsigned> permissions, unsigned* given);
+    void CloseIfMany();
     void DropFinished(std::size_t first);
-    [[nodiscard]] std::error_code SyncFiles() const;
+    [[nodiscard]] std::error_code SyncFiles();
+    [[nodiscard]] std::error_code PlaceFiles(std::size_t& placed, std::string& failedPath);
 
     FolderTree m_tree;
     std::string m_temporaryPrefix;
     std::uint64_t m_temporaryCount = 0;
 
-    File m_file;                   // the one begun, if its folder is set
-    std::vector<File> m_finished;  // the batch
+    File m_file;                           // the one begun, if its folder is set
+    std::deque<File> m_finished;           // the batch
+    std::atomic<bool> m_isFailed = false;  // the one begun
+    std::unique_ptr<WorkQueue> m_queue;
 };
 
 // Removes the temporary files that killed processes have left in the folder or anywhere below it,

@@ -26,7 +26,6 @@ class ControlServer;
 class StopSignals;
 class PackageRound;
 class wxCmdLineParser;
-class wxConfigBase;
 class wxFileName;
 class wxInputStream;
 class wxOutputStream;
@@ -104,7 +103,7 @@ class CAgentApp : public wxAppBase, public ControlTarget {
     void StartupInit();
     static void StartupOncePerProcess();
     static void TeardownOncePerProcess();
-    void PublishProgramPaths();
+    void PublishOwnPaths();
 
     // host/ and watcher/: the main loop, whose end may be asked for before it begins. Each second
     // it looks for a stall of the application, and tells the service manager that there is none.
@@ -119,16 +118,12 @@ class CAgentApp : public wxAppBase, public ControlTarget {
 
     // host/: command line and configuration. Each takes its options from the parser and writes what
     // they say into members and domain variables.
-    void SettleIdentity(const wxCmdLineParser& parser, const wxFileName& executable);
+    void TakeIdentity(const wxCmdLineParser& parser, const wxFileName& executable);
     void TakeRunMode(const wxCmdLineParser& parser);
-    bool TakeLuaPaths(const wxCmdLineParser& parser);
-    [[nodiscard]] bool IsZipPathUnderBin(const wxString& list) const;
     bool SettleWorkdir(const wxCmdLineParser& parser, const wxFileName& executable);
     void TakeRemainingOptions(const wxCmdLineParser& parser);
-    void TakeDomainVariables(const wxCmdLineParser& parser);
     void OpenLog();
     void OpenConfiguration();
-    [[nodiscard]] wxString TraceListOf(const wxConfigBase& config) const;
     void ApplyTraceList(const wxString& modules) ZELKA_EXCLUDES(m_iniMutex);
 
     // script/: the Lua application. Each returns 0 to go on and anything else to stop; failures

@@ -1,9 +1,10 @@
 #include "apps/zelkctl/agent.h"
 
+#include <algorithm>
 #include <array>
-#include <string_view>
 #include <utility>
 
+#include "apps/zelka/version.h"
 #include "apps/zelkctl/reply.h"
 
 namespace {
@@ -11,7 +12,7 @@ namespace {
 using ZelkaCore::Json;
 
 constexpr const char* kInterface = "com.orvane.zelka.";
-constexpr std::string_view kProtocol = "org.varlink.service.";
+constexpr const char* kGetInfo = "org.varlink.service.GetInfo";
 
 // An error that is told in words.
 struct ErrorText {
@@ -35,18 +36,14 @@ constexpr std::array kErrorTexts{
               "the agent answers only root and its own user", nullptr},
 };
 
-std::string WithoutInterface(const std::string& name) {
-    const auto dot = name.rfind('.');
-    return dot == std::string::npos ? name : name.substr(dot + 1);
+bool IsOfUnknownMethod(const std::string& error) {
+    constexpr std::array kErrors{"org.varlink.service.MethodNotFound",
+                                 "org.varlink.service.InterfaceNotFound",
+                                 "org.varlink.service.MethodNotImplemented"};
+    return std::find(kErrors.begin(), kErrors.end(), error) != kErrors.end();
 }
 
-std::string TextOf(const std::string& method, const ZelkaCore::VarlinkReply& reply) {
-    for (const std::string_view unknown :
-         {"MethodNotFound", "InterfaceNotFound", "MethodNotImplemented"}) {
-        if (reply.error == std::string(kProtocol).append(unknown)) {
-            return "the agent is older than zelkctl: it does not know " + WithoutInterface(method);
-        }
-    }
+std::string TextOf(const ZelkaCore::VarlinkReply& reply) {
     for (const ErrorText& known : kErrorTexts) {
         if (reply.error == known.name) {
             return known.member == nullptr ? known.text
@@ -116,8 +113,11 @@ std::optional<Agent::Reply> Agent::Next(const Deadline& deadline) {
     if (error) {
         Fail(error, kPatience);
     }
+    if (IsOfUnknownMethod(reply.error)) {
+        FailAsOther("does not know '" + m_method + "'");
+    }
     if (!reply.error.empty()) {
-        throw CommandError(TextOf(m_method, reply));
+        throw CommandError(TextOf(reply));
     }
     m_hasReplied = true;
     return Reply{std::move(reply.parameters), !reply.continues};
@@ -132,6 +132,22 @@ Agent::Reply Agent::NextWhenever() {
     }
 }
 
+std::string Agent::Text(const Json& reply, const char* member) const {
+    const auto found = reply.find(member);
+    if (found == reply.end() || !found->is_string()) {
+        FailAsOther("answers '" + m_method + "' without '" + member + "'");
+    }
+    return found->get<std::string>();
+}
+
+const Json& Agent::Part(const Json& reply, const char* member) const {
+    const auto found = reply.find(member);
+    if (found == reply.end() || !found->is_structured()) {
+        FailAsOther("answers '" + m_method + "' without '" + member + "'");
+    }
+    return *found;
+}
+
 void Agent::AwaitEnd() {
     ZelkaCore::VarlinkReply reply;
     while (!m_client.Receive(reply)) {
@@ -143,7 +159,22 @@ bool Agent::IsGone() const {
 }
 
 void Agent::CheckThatItAnswers() const {
-    (void)Agent(m_workdir).Call("org.varlink.service.GetInfo");
+    (void)Agent(m_workdir).Call(kGetInfo);
+}
+
+// Of the agent, which may fail to tell even that.
+std::string Agent::Version() const {
+    try {
+        return m_method == kGetInfo ? kNotTold
+                                    : MemberText(Agent(m_workdir).Call(kGetInfo), "version");
+    } catch (const CommandError&) {
+        return kNotTold;
+    }
+}
+
+void Agent::FailAsOther(const std::string& does) const {
+    throw CommandError("the agent at " + m_workdir + " (version " + Version() + ") " + does +
+                       "; zelkctl is " ZELKA_VERSION);
 }
 
 void Agent::Fail(const std::error_code& error, std::chrono::milliseconds patience) const {

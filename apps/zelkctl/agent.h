@@ -47,6 +47,11 @@ class Agent {
     // Whether a reply to the last call has come.
     [[nodiscard]] bool HasReplied() const { return m_hasReplied; }
 
+    // Members of a reply to the last call: a text, and what has members or elements itself. Without
+    // it the reply is one of another version of the agent.
+    [[nodiscard]] std::string Text(const Json& reply, const char* member) const;
+    [[nodiscard]] const Json& Part(const Json& reply, const char* member) const;
+
     // Waits until the agent has closed the connection.
     void AwaitEnd();
 
@@ -64,6 +69,8 @@ class Agent {
   private:
     void Send(const std::string& method, const Json& parameters, bool wantsMore);
     [[noreturn]] void Fail(const std::error_code& error, std::chrono::milliseconds patience) const;
+    [[noreturn]] void FailAsOther(const std::string& does) const;
+    [[nodiscard]] std::string Version() const;
 
     std::string m_workdir;
     std::string m_socket;

@@ -134,7 +134,7 @@ Json Diagnosis::Ask(const char* method, const Json& parameters = Json::object())
         throw CommandError(m_lost);
     }
     try {
-        return m_agent->Call(method, parameters);
+        return MaskSecrets(m_agent->Call(method, parameters));
     } catch (const AgentLost& error) {
         m_lost = error.what();
         throw;
@@ -148,8 +148,9 @@ void Diagnosis::AddAgent() {
         return Pretty(reply);
     });
     AddPart("tasks.json", [this] { return Pretty(Ask("ListTasks")); });
-    AddPart("stacks.txt", [this] { return StacksText(Ask("GetStacks")); });
+    AddPart("stacks.txt", [this] { return StacksText(MemberPart(Ask("GetStacks"), "threads")); });
     AddPart("variables.json", [this] { return Pretty(Ask("ListVariables")); });
+    AddPart("settings.json", [this] { return Pretty(Ask("ListSettings")); });
     AddPart("trace.json", [this] { return Pretty(Ask("GetTrace")); });
     AddPart("events.json", [this] { return Pretty(AskForEvents()); });
 }
@@ -163,7 +164,7 @@ Json Diagnosis::AskForEvents() {
         reason = error.what();
     }
     try {
-        return EventsOnDisk(m_workdir, std::nullopt);
+        return MaskSecrets(EventsOnDisk(m_workdir, std::nullopt));
     } catch (const CommandError& error) {
         throw CommandError(reason + "; " + error.what());
     }
@@ -172,7 +173,8 @@ Json Diagnosis::AskForEvents() {
 void Diagnosis::AddLogs() {
     try {
         for (const std::string& path : LogFilesOf(m_workdir)) {
-            AddPart("log/" + fs::path(path).filename().string(), [&] { return EndOf(path); });
+            AddPart("log/" + fs::path(path).filename().string(),
+                    [&] { return WithoutSecrets(EndOf(path)); });
         }
     } catch (const CommandError& error) {
         Miss("log", error.what());

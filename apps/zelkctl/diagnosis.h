@@ -8,14 +8,15 @@
 #include "apps/zelkctl/archive_writer.h"
 
 // What is known of an agent, part by part, in an archive. A part that is not to be had is named,
-// with the reason; what fails otherwise is a CommandError.
+// with the reason; what fails otherwise is a CommandError. The values of secrets are masked but in
+// crash dumps.
 class Diagnosis {
   public:
     Diagnosis(const std::string& workdir, const std::string& archive);
 
     // What the agent tells, as long as it answers. First of all.
     void AddAgent();
-    // What lies on the disk. The values of secrets are masked.
+    // What lies on the disk.
     void AddLogs();
     void AddIniFiles();
     void AddDumps();

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "apps/zelkctl/packages_on_disk.h"
 #include "apps/zelkctl/zelkctl.h"
 #include "platform/file.h"
 #include "zelka_core/store/agent_database.h"
@@ -29,7 +30,7 @@ Json AsTold(const StoredAgentEvent& stored) {
 }  // namespace
 
 Json EventsOnDisk(const std::string& workdir, const std::optional<std::int64_t>& after) {
-    const std::string file = workdir + "/plugins/zelka_core/zelk_agent.db";
+    const std::string file = DatabaseFileOf(workdir);
     ScopedFd database;
     if (const auto error = OpenRegularFile(file, database)) {
         throw CommandError(file + ": " + error.message(), error == std::errc::permission_denied

@@ -25,21 +25,39 @@ void AddCommands(CLI::App& app, Options& options) {
     AddConsoleCommand(app, options);
     AddReloadCommand(app, options);
     AddStopCommand(app, options);
+    AddCheckCommand(app, options);
     AddDiagnoseCommand(app, options);
     AddDumpsCommand(app, options);
+    AddPackagesCommand(app, options);
+    AddVerifyCommand(app, options);
+    AddRemoveCommand(app, options);
+    AddPackCommand(app, options);
+    AddSettleCommand(app, options);
     AddSignCommand(app, options);
 }
 
 }  // namespace
 
-void AddCommonOptions(CLI::App& app, Options& options) {
+void AddCommonOptions(CLI::App& app, Options& options, const std::string& heading) {
     app.add_option("--workdir", options.workdir, "the working folder of the agent")
         ->capture_default_str()
-        ->type_name("FOLDER");
-    app.add_flag("--json", options.isJson, "print JSON, for programs");
+        ->type_name("FOLDER")
+        ->check([](const std::string& folder) { return folder.empty() ? "it is empty" : ""; })
+        ->group(heading);
+    app.add_flag("--json", options.isJson, "print JSON, for programs")->group(heading);
 }
 
 namespace {
+
+std::string UsageText(const CLI::App* app, const CLI::Error& error) {
+    const auto words = app->remaining();
+    std::string text = error.what();
+    if (app->get_subcommands().empty() && !words.empty()) {
+        const char* kind = words.front().starts_with('-') ? "option" : "command";
+        text = std::string("there is no ") + kind + " '" + words.front() + "'";
+    }
+    return "zelkctl: " + text + "\nRun with --help for more information.\n";
+}
 
 int Run(int argc, char** argv) {
     Options options;
@@ -47,8 +65,11 @@ int Run(int argc, char** argv) {
     app.set_version_flag("--version", ZELKA_VERSION);
     AddCommonOptions(app, options);
     app.require_subcommand(1);
+    app.failure_message(UsageText);
     app.fallthrough();
-    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no agent runs there.");
+    app.footer(
+        "Every command takes --workdir and --json.\n"
+        "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no agent runs there.");
     AddCommands(app, options);
     try {
         app.parse(argc, argv);

@@ -50,8 +50,8 @@ class Teller {
     Teller(bool isJson, bool isInteractive) : m_isJson(isJson), m_isInteractive(isInteractive) {}
 
     // The end, if the reply is the last one.
-    std::optional<ChunkEnd> Tell(const Agent::Reply& reply) {
-        const std::string kind = RawMember(reply.parameters, "kind");
+    std::optional<ChunkEnd> Tell(const Agent& agent, const Agent::Reply& reply) {
+        const std::string kind = agent.Text(reply.parameters, "kind");
         if (kind == "incomplete" && m_isInteractive) {
             return ChunkEnd::kIncomplete;
         }
@@ -117,7 +117,7 @@ ChunkEnd RunChunk(Agent& agent, const Chunk& chunk, bool isJson, const Interrupt
         if (!reply) {
             return ChunkEnd::kInterrupted;
         }
-        if (const auto end = teller.Tell(*reply)) {
+        if (const auto end = teller.Tell(agent, *reply)) {
             return *end;
         }
     }

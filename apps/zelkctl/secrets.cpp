@@ -1,8 +1,11 @@
 #include "apps/zelkctl/secrets.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "zelka_core/secret_name.h"
+
+using ZelkaCore::Json;
 
 namespace {
 
@@ -32,4 +35,16 @@ std::string WithoutSecrets(std::string_view text) {
         text.remove_prefix(std::min(size + 1, text.size()));
     }
     return masked;
+}
+
+Json MaskSecrets(Json value) {
+    if (value.is_string()) {
+        return WithoutSecrets(value.get_ref<const std::string&>());
+    }
+    if (value.is_structured()) {
+        for (Json& part : value) {
+            part = MaskSecrets(std::move(part));
+        }
+    }
+    return value;
 }

@@ -35,9 +35,9 @@ std::string HeadOf(const Json& thread) {
 
 }  // namespace
 
-std::string StacksText(const Json& reply) {
+std::string StacksText(const Json& threads) {
     std::string text;
-    for (const Json& thread : MemberPart(reply, "threads")) {
+    for (const Json& thread : threads) {
         text += HeadOf(thread);
         for (const char* part : {"traceback", "locals"}) {
             std::string lines = ShownLines(RawMember(thread, part));

@@ -33,4 +33,5 @@ struct Options {
     bool isJson = false;                          // for programs, and not for people
 };
 
-void AddCommonOptions(CLI::App& app, Options& options);
+// The options of all commands, under that heading of the help; none: they are not shown.
+void AddCommonOptions(CLI::App& app, Options& options, const std::string& heading = "Options");

@@ -106,7 +106,8 @@ function dom:SettingRetrieve(name) end
 ---@return boolean done  true also if there was none; false if it could not be removed
 function dom:SettingRemove(name) end
 
----Writes an agent event with the time of the call. It is on the disk when the call returns.
+---Writes an agent event with the time of the call. It is on the disk when the call returns; in a
+---service it goes to the system's journal as well.
 ---`severity` is a name or a log level: 1 error, 2 warning, 5 info.
 ---@param event { code: integer, severity: AgentSeverity|integer, data?: string }
 ---@return boolean done  false if it could not be written; the log says why
@@ -127,8 +128,8 @@ function dom:Now() end
 function dom:Time() end
 
 ---Writes a line to the agent's log, with `fields` as ` key=value` behind the text, sorted by their names.
----In a service errors and warnings go to the system's journal, too, with the fields as journal fields
----whose names are in upper case. A name is a letter and up to 63 letters, digits and underscores.
+---In a service all but "verbose" goes to the system's journal, too, with the fields as journal fields
+---whose names are in upper case. A field named like a password, a secret or a token is masked. A name is a letter and up to 63 letters, digits and underscores.
 ---@param level "error"|"warning"|"info"|"verbose"
 ---@param text string
 ---@param fields? table<string, DomValue>

@@ -51,6 +51,24 @@ std::error_code WriteAll(const ScopedFd& file, std::string_view content) {
     return {};
 }
 
+std::error_code ReadAt(std::FILE* stream, std::uint64_t offset, std::span<char> buffer,
+                       std::size_t& got) {
+    std::size_t count = 0;
+    while (count < buffer.size()) {
+        const ssize_t more = pread(fileno(stream), buffer.data() + count, buffer.size() - count,
+                                   static_cast<off_t>(offset + count));
+        if (more == 0) {
+            break;
+        }
+        if (more < 0 && errno != EINTR) {
+            return LastSystemError();
+        }
+        count += more > 0 ? static_cast<std::size_t>(more) : 0;
+    }
+    got = count;
+    return {};
+}
+
 std::error_code OpenRegularStream(const std::string& path, FileStream& stream) {
     ScopedFd file;
     if (const auto error = OpenRegularFile(path, file)) {

@@ -105,6 +105,9 @@ class FolderTree::Walk {
             m_current = known->second;
             return {};
         }
+        if (!m_makes && path == m_tree.m_missing) {
+            return std::make_error_code(std::errc::no_such_file_or_directory);
+        }
         auto folder = std::make_shared<Folder>();
         folder->path = path;
         std::error_code error = OpenPart(name, *folder);
@@ -116,6 +119,7 @@ class FolderTree::Walk {
             return Follow(name);
         }
         if (error) {
+            m_tree.m_missing = error == std::errc::no_such_file_or_directory ? path : std::string();
             return error;
         }
         if (!m_tree.HasManyOpen()) {
@@ -138,6 +142,7 @@ class FolderTree::Walk {
         if (const auto error = OpenPart(name, folder); error || !isNew) {
             return error;
         }
+        m_tree.m_missing.clear();
         m_current->touched = folder.touched = true;
         m_tree.m_touchedOthers = m_tree.m_touchedOthers || m_tree.HasManyOpen();
         // The mask counts for the making, not for this.
@@ -195,6 +200,7 @@ bool FolderTree::IsReserved(const std::string& place) const {
 }
 
 std::error_code FolderTree::OpenFolder(const std::string& path, bool makes, FolderPtr& folder) {
+    m_missing.clear();
     Walk walk(*this, makes);
     if (const auto error = walk.To(path)) {
         return error;
@@ -259,6 +265,7 @@ bool FolderTree::HasManyOpen() const {
 
 void FolderTree::Forget() {
     m_root->touched = false;
+    m_missing.clear();
     m_touchedOthers = false;
     m_folders.clear();
     m_folders.emplace("", m_root);

@@ -63,8 +63,8 @@ std::error_code CopyFile(int sourceFolder, const std::string& source, int folder
     if (const auto error = OpenRegular(sourceFolder, source, from, status)) {
         return error;
     }
-    const ScopedFd to(openat(folder, name.c_str(),
-                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const ScopedFd to(
+        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!to.IsOpen()) {
         return LastSystemError();
     }

@@ -80,9 +80,7 @@ std::error_code WriteList(const fs::path& folder, const PendingDeletes& list) {
     }
     TreeWriter writer;
     std::error_code error = writer.Open(folder.string(), kTemporaryPrefix);
-    error = error ? error : writer.BeginFile(kPendingDeletesName);
-    error = error ? error : writer.WriteFile(text);
-    error = error ? error : writer.FinishFile(kListMode);
+    error = error ? error : writer.AddFile(kPendingDeletesName, text, kListMode);
     std::string failed;
     return error ? error : writer.Commit(failed);
 }

@@ -1,6 +1,7 @@
 #include "platform/program.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -48,4 +49,18 @@ std::error_code RunProgram(const std::string& program, std::vector<std::string> 
                   std::move(end.output), std::move(end.errors)};
     }
     return error;
+}
+
+std::error_code BecomeProgram(const std::string& program,
+                              const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string& word : words) {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    (void)execv(program.c_str(), pointers.data());
+    return LastSystemError();
 }

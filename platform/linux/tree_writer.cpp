@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <limits>
 #include <random>
 #include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/linux/work_queue.h"
 
 namespace {
 
@@ -22,7 +24,8 @@ constexpr unsigned kPermissions = 0777;
 // waiting once for everything that is not on the disk yet is then less than waiting for each file's
 // own journal entry.
 constexpr std::size_t kFewSyncs = 16;
-constexpr std::size_t kMaxFilesInBatch = 4096;
+constexpr std::size_t kMaxFilesInBatch = 8192;
+constexpr std::uint64_t kWriteBack = 0x800000;
 constexpr std::uint64_t kLeastReserve = 0x4000000;
 
 std::error_code Check(int result) {
@@ -55,7 +58,46 @@ unsigned PermissionsOf(int folder, const std::string& name) {
     return isFile ? status.st_mode : kFileMode;
 }
 
+std::error_code Create(const ScopedFd& folder, const std::string& name, ScopedFd& file) {
+    file.Reset(openat(folder.Get(), name.c_str(),
+                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return file.IsOpen() ? std::error_code() : LastSystemError();
+}
+
+std::error_code SetMode(const ScopedFd& folder, const std::string& name, const ScopedFd& file,
+                        std::optional<unsigned> permissions, unsigned* given) {
+    const unsigned mode =
+        kPermissions & (permissions ? *permissions : PermissionsOf(folder.Get(), name));
+    if (fchmod(file.Get(), mode) != 0) {
+        return LastSystemError();
+    }
+    if (given != nullptr) {
+        *given = mode;
+    }
+    return {};
+}
+
+// The disk begins with what was written from there on, so that less is left to wait for.
+void BeginWriteBack(const ScopedFd& file, std::uint64_t from) {
+    (void)sync_file_range(file.Get(), static_cast<off64_t>(from), 0, SYNC_FILE_RANGE_WRITE);
+}
+
+// A witness that has no memory, or cannot work, fails the file.
+std::error_code Witnessed(const TreeWriter::Witness& witness, std::string_view bytes) {
+    try {
+        if (witness) {
+            witness(bytes);
+        }
+        return {};
+    } catch (const std::exception&) {
+        return std::make_error_code(std::errc::not_enough_memory);
+    }
+}
+
 }  // namespace
+
+TreeWriter::TreeWriter() : m_queue(std::make_unique<WorkQueue>()) {
+}
 
 TreeWriter::~TreeWriter() {
     DropFile();
@@ -94,59 +136,118 @@ std::error_code TreeWriter::MakeFolder(const std::string& path, unsigned permiss
     return isNew ? Check(fchmod(folder->fd.Get(), permissions & kPermissions)) : std::error_code();
 }
 
-std::error_code TreeWriter::BeginFile(const std::string& path) {
-    File file;
+std::error_code TreeWriter::NewFile(const std::string& path, File& file) {
     if (const auto error = m_tree.OpenParent(path, true, file.folder, file.name)) {
         return error;
     }
     file.path = path;
     file.temporaryName = m_temporaryPrefix + std::to_string(++m_temporaryCount);
-    file.fd.Reset(openat(file.folder->fd.Get(), file.temporaryName.c_str(),
-                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file.fd.IsOpen()) {
-        return LastSystemError();
-    }
-    m_file = std::move(file);
     return {};
 }
 
-// NOLINTNEXTLINE(readability-make-member-function-const): it changes the file.
-std::error_code TreeWriter::WriteFile(std::string_view bytes) {
-    return WriteAll(m_file.fd, bytes);
+std::error_code TreeWriter::BeginFile(const std::string& path, Witness witness) {
+    File file;
+    if (const auto error = NewFile(path, file)) {
+        return error;
+    }
+    if (const auto error = Create(file.folder->fd, file.temporaryName, file.fd)) {
+        return error;
+    }
+    file.witness = std::move(witness);
+    m_file = std::move(file);
+    m_isFailed = false;
+    return {};
+}
+
+bool TreeWriter::WriteFile(std::string_view bytes) {
+    m_queue->AddInOrder([this, piece = std::string(bytes)] {
+        if (!m_file.error) {
+            m_file.error = Witnessed(m_file.witness, piece);
+        }
+        if (!m_file.error) {
+            m_file.error = WriteAll(m_file.fd, piece);
+        }
+        m_file.size += piece.size();
+        if (m_file.size - m_file.onItsWay >= kWriteBack) {
+            BeginWriteBack(m_file.fd, std::exchange(m_file.onItsWay, m_file.size));
+        }
+        m_isFailed = static_cast<bool>(m_file.error);
+    });
+    return !m_isFailed;
 }
 
 std::error_code TreeWriter::FinishFile(std::optional<unsigned> permissions, unsigned* given) {
-    const unsigned mode = kPermissions & (permissions ? *permissions
-                                                      : PermissionsOf(m_file.folder->fd.Get(),
-                                                                      m_file.name));
-    if (fchmod(m_file.fd.Get(), mode) != 0) {
-        const auto error = LastSystemError();
+    m_queue->Finish();
+    std::error_code error = m_file.error;
+    if (!error) {
+        error = SetMode(m_file.folder->fd, m_file.name, m_file.fd, permissions, given);
+    }
+    if (error) {
         DropFile();
         return error;
     }
-    if (given != nullptr) {
-        *given = mode;
-    }
     m_file.folder->touched = true;
     m_finished.push_back(std::exchange(m_file, {}));
-    // Only a small batch is synced by its descriptors; a large one would have too many of them.
     if (m_finished.size() > kFewSyncs) {
         m_finished.back().fd.Reset();
     }
-    if (m_finished.size() == kFewSyncs + 1) {
-        std::for_each(m_finished.begin(), m_finished.end(), [](File& file) { file.fd.Reset(); });
-    }
+    CloseIfMany();
     return {};
 }
 
 void TreeWriter::DropFile() {
+    m_queue->Finish();
     if (m_file.folder) {
         (void)unlinkat(m_file.folder->fd.Get(), m_file.temporaryName.c_str(), 0);
         m_file = {};
     }
 }
 
+std::error_code TreeWriter::AddFile(const std::string& path, std::string content,
+                                    std::optional<unsigned> permissions, Witness witness,
+                                    unsigned* given) {
+    File file;
+    if (const auto error = NewFile(path, file)) {
+        return error;
+    }
+    file.folder->touched = true;
+    file.witness = std::move(witness);
+    File& added = m_finished.emplace_back(std::move(file));  // stays where it is
+    const bool keepsOpen = m_finished.size() <= kFewSyncs;
+    m_queue->Add([&added, keepsOpen, permissions, given, content = std::move(content)] {
+        WriteWhole(added, content, permissions, given);
+        if (!keepsOpen) {
+            added.fd.Reset();
+        }
+    });
+    CloseIfMany();
+    return {};
+}
+
+void TreeWriter::WriteWhole(File& file, const std::string& content,
+                            std::optional<unsigned> permissions, unsigned* given) {
+    file.error = Witnessed(file.witness, content);
+    if (!file.error) {
+        file.error = Create(file.folder->fd, file.temporaryName, file.fd);
+    }
+    if (!file.error) {
+        file.error = WriteAll(file.fd, content);
+    }
+    if (!file.error) {
+        file.error = SetMode(file.folder->fd, file.name, file.fd, permissions, given);
+    }
+}
+
+// Only a small batch is synced by its descriptors; a large one would have too many of them.
+void TreeWriter::CloseIfMany() {
+    if (m_finished.size() == kFewSyncs + 1) {
+        m_queue->Finish();
+        std::for_each(m_finished.begin(), m_finished.end(), [](File& file) { file.fd.Reset(); });
+    }
+}
+
 void TreeWriter::DropFinished(std::size_t first) {
+    m_queue->Finish();
     for (std::size_t i = first; i < m_finished.size(); ++i) {
         const File& file = m_finished[i];
         (void)unlinkat(file.folder->fd.Get(), file.temporaryName.c_str(), 0);
@@ -158,29 +259,40 @@ bool TreeWriter::IsBatchFull() const {
     return m_finished.size() >= kMaxFilesInBatch || m_tree.HasManyOpen();
 }
 
-std::error_code TreeWriter::SyncFiles() const {
+std::error_code TreeWriter::SyncFiles() {
     if (m_finished.size() > kFewSyncs) {
         return m_tree.SyncFileSystems();
     }
     for (const File& file : m_finished) {
-        if (fsync(file.fd.Get()) != 0) {
+        if (!file.error && fsync(file.fd.Get()) != 0) {
             return LastSystemError();
         }
     }
     return {};
 }
 
-std::error_code TreeWriter::Commit(std::string& failedPath) {
-    std::error_code error = SyncFiles();
-    std::size_t placed = 0;
-    for (; !error && placed < m_finished.size(); ++placed) {
+std::error_code TreeWriter::PlaceFiles(std::size_t& placed, std::string& failedPath) {
+    for (placed = 0; placed < m_finished.size(); ++placed) {
         const File& file = m_finished[placed];
         const int folder = file.folder->fd.Get();
-        error = Check(renameat(folder, file.temporaryName.c_str(), folder, file.name.c_str()));
+        std::error_code error = file.error;
+        if (!error) {
+            error = Check(renameat(folder, file.temporaryName.c_str(), folder, file.name.c_str()));
+        }
         if (error) {
             failedPath = file.path;
-            break;
+            return error;
         }
+    }
+    return {};
+}
+
+std::error_code TreeWriter::Commit(std::string& failedPath) {
+    m_queue->Finish();
+    std::size_t placed = 0;
+    std::error_code error = SyncFiles();
+    if (!error) {
+        error = PlaceFiles(placed, failedPath);
     }
     DropFinished(placed);
     const std::error_code folderError = m_tree.SyncFolders();

@@ -96,6 +96,12 @@ TEST_F(Registry, LinesThatMakeNoSenseAreToldOnceWithTheirPlaceAndSkipped) {
         EXPECT_THAT(m_log.Text(), HasSubstr(m_path.string() + line));
     }
     EXPECT_EQ(m_log.Lines().size(), 7U);
+    std::vector<std::size_t> lines;
+    for (const RegistryFault& fault : RegistryFaults()) {
+        lines.push_back(fault.line);
+    }
+    EXPECT_THAT(lines, ElementsAre(1, 4, 5, 6, 7, 8, 9)) << "whoever asks is told again";
+    EXPECT_EQ(key.LineOf("X"), 11U);
 }
 
 TEST_F(Registry, AMissingFileCountsAsEmptyAndSoDoesWhatCannotBeReadButIsNotReplaced) {
@@ -109,6 +115,7 @@ TEST_F(Registry, AMissingFileCountsAsEmptyAndSoDoesWhatCannotBeReadButIsNotRepla
     EXPECT_FALSE(wxRegKey("HKLM\\a").DeleteKey("b"));
     EXPECT_EQ(Content(), large);
     EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("larger than 1 MiB"), HasSubstr("read")));
+    EXPECT_THAT(RegistryFaults(), ElementsAre(testing::Field(&RegistryFault::line, 0U)));
 
     ASSERT_TRUE(fs::remove(m_path));
     ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);

@@ -94,3 +94,23 @@ versions() {
 
 # Files of the installation that are neither old nor new.
 damaged() { (cd bin && sha256sum data/*) | grep -vxFf known.sums; }
+
+# ---- zelkctl ----
+
+# ctl COMMAND...: asks the agent of the case, and tells the exit code of what was not done.
+ctl() {
+    "$BUILT/zelkctl" --workdir "$SCRATCH/work" "$@"
+    local code=$?
+    [ $code -eq 0 ] || echo "exit code $code"
+}
+both() {
+    ctl "$@"
+    ctl --json "$@"
+}
+
+# What zelkctl prints, without what differs from run to run.
+steady() {
+    sed -E 's/[-0-9]{10} [0-9:]{8}/TIME/g; s/[0-9.]+ ([KMGT]i)?B\>/SIZE/g; s/[0-9]+ (d|h|min|m?s)( [0-9]+ (h|min|s))?\>/DURATION/g
+        s/("(started|time|pid|[a-z_]+_(ms|bytes))"):[0-9]+/\1:N/g; s/("(version|lua|openssl|sqlite|wxwidgets)"):"[^"]*"/\1:"V"/g
+        s/^(process +)[0-9]+/\1PID/; s/ [0-9]+(\.[0-9]+){2},/ V,/; s/^versions .*/versions  ALL/; s/0x[0-9a-f]+/ADDRESS/g; s/  +/  /g'
+}

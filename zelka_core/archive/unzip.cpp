@@ -5,7 +5,10 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <algorithm>
+#include <deque>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -24,6 +27,9 @@ namespace {
 
 // For folders that carry no permissions, as in archives from other systems.
 constexpr unsigned kFolderPermissions = 0755;
+
+// Bytes: a file of this size is held in memory.
+constexpr std::uint64_t kSmallFile = 0x40000;
 
 // Without a separator at the end.
 std::string AbsolutePath(const wxFileName& name) {
@@ -48,8 +54,12 @@ wxZipEntry ViewOf(const ZipEntry& entry) {
 // One walk over one archive.
 class Extraction {
   public:
-    Extraction(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options)
+    using Complain = std::function<void(const std::string& fault)>;
+
+    Extraction(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options,
+               Complain complain)
         : m_options(options),
+          m_complain(std::move(complain)),
           m_archivePath(AbsolutePath(archive)),
           m_folderPath(AbsolutePath(folder)) {}
 
@@ -76,6 +86,17 @@ class Extraction {
         return CheckPlaces() && AskObserver();
     }
 
+    // The walk as far as it can be taken without writing anything.
+    bool Judge() {
+        if (m_options.removes) {
+            return true;
+        }
+        const auto& entries = m_archive.Entries();
+        return HasRoom() && std::all_of(entries.begin(), entries.end(), [this](const auto& entry) {
+                   return entry.IsFolder() || IsIntact(entry);
+               });
+    }
+
     bool Walk(UnzipCallback callback, void* userData) {
         bool succeeded = true;
         bool accepted = false;
@@ -93,13 +114,29 @@ class Extraction {
     }
 
   private:
+    // What became of a file until it is in its place.
+    struct Result {
+        std::size_t index = 0;
+        std::string sum;
+        unsigned mode = 0;
+    };
+
     [[nodiscard]] const ZipEntry& Entry(std::size_t index) const {
         return m_archive.Entries()[index];
     }
 
     [[nodiscard]] bool Fail(const std::string& fault) const {
-        wxLogError("%s: %s", FromUtf8(m_archivePath), FromUtf8(fault));
+        m_complain(fault);
         return false;
+    }
+
+    [[nodiscard]] bool IsIntact(const ZipEntry& entry) {
+        std::string reason;
+        const auto ignore = [this](std::string_view) {
+            Progress();
+            return true;
+        };
+        return m_archive.Read(entry, ignore, reason) || Fail(EntryFault(entry, reason));
     }
 
     [[nodiscard]] bool FailEntry(std::size_t index, const std::string& reason) const {
@@ -207,37 +244,74 @@ class Extraction {
     }
 
     bool WriteTemporary(std::size_t index, std::string& reason) {
-        std::error_code error = m_writer.BeginFile(m_paths[index]);
-        const auto sink = [&](std::string_view bytes) {
-            Progress();
-            error = m_writer.WriteFile(bytes);
-            if (m_sum) {
-                m_sum->Add(bytes);
-            }
-            return !error;
-        };
-        if (!error && m_archive.Read(Entry(index), sink, reason)) {
-            const unsigned own = Entry(index).Permissions();
-            unsigned given = 0;
-            error = m_writer.FinishFile(own == 0 ? std::nullopt : std::optional(own), &given);
-            if (!error && m_sum) {
-                m_options.observer->OnFile(m_places[index], m_sum->Finish(), given);
-            }
-        }
-        if (error) {
+        const unsigned own = Entry(index).Permissions();
+        const auto permissions = own == 0 ? std::nullopt : std::optional(own);
+        Result& result = m_results.emplace_back();  // stays where it is
+        result.index = index;
+        const auto error = Entry(index).size <= kSmallFile
+                               ? WriteSmall(index, permissions, result, reason)
+                               : WriteLarge(index, permissions, result, reason);
+        if (error && reason.empty()) {
             reason = "cannot be written: " + error.message();
         }
         return reason.empty();
     }
 
+    std::error_code WriteSmall(std::size_t index, std::optional<unsigned> permissions,
+                               Result& result, std::string& reason) {
+        std::string content;
+        content.reserve(Entry(index).size);
+        const auto sink = [&](std::string_view bytes) {
+            content += bytes;
+            return true;
+        };
+        Progress();
+        if (!m_archive.Read(Entry(index), sink, reason)) {
+            return {};
+        }
+        TreeWriter::Witness witness;
+        if (m_sum) {
+            witness = [&result](std::string_view bytes) { result.sum = Sha256Of(bytes); };
+        }
+        return m_writer.AddFile(m_paths[index], std::move(content), permissions, std::move(witness),
+                                &result.mode);
+    }
+
+    std::error_code WriteLarge(std::size_t index, std::optional<unsigned> permissions,
+                               Result& result, std::string& reason) {
+        TreeWriter::Witness witness;
+        if (m_sum) {
+            witness = [this](std::string_view bytes) { m_sum->Add(bytes); };
+        }
+        std::error_code error = m_writer.BeginFile(m_paths[index], std::move(witness));
+        const auto sink = [&](std::string_view bytes) {
+            Progress();
+            return m_writer.WriteFile(bytes);
+        };
+        if (!error && (m_archive.Read(Entry(index), sink, reason) || reason.empty())) {
+            error = m_writer.FinishFile(permissions, &result.mode);
+        }
+        if (!error && m_sum) {
+            result.sum = m_sum->Finish();
+        }
+        return error;
+    }
+
     bool Commit() {
         std::string path;
         const auto error = m_writer.Commit(path);
+        for (const Result& result : m_results) {
+            if (!error && m_sum) {
+                m_options.observer->OnFile(m_places[result.index], result.sum, result.mode);
+            }
+        }
+        m_results.clear();
         return !error || Fail("'" + m_folderPath + (path.empty() ? "" : "/" + path) +
                               "' cannot be written: " + error.message());
     }
 
     const UnzipOptions& m_options;
+    const Complain m_complain;
     const std::string m_archivePath;
     const std::string m_folderPath;
 
@@ -245,6 +319,7 @@ class Extraction {
     TreeWriter m_writer;
     std::vector<std::string> m_paths;           // of the entries, below the folder
     std::vector<std::string> m_places;          // the same with links followed
+    std::deque<Result> m_results;               // of the files that were not committed yet
     std::optional<Sha256> m_sum;                // if the observer wants them
     std::vector<std::size_t> m_waitingFolders;  // entries of folders that are not made yet
 };
@@ -253,11 +328,26 @@ class Extraction {
 
 bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
            void* userData, const UnzipOptions& options) {
+    const auto tell = [&](const std::string& fault) {
+        wxLogError("%s: %s", FromUtf8(AbsolutePath(archive)), FromUtf8(fault));
+    };
     try {
-        Extraction extraction(archive, folder, options);
+        Extraction extraction(archive, folder, options, tell);
         return extraction.Prepare() && extraction.Walk(callback, userData);
     } catch (const std::exception& error) {  // there was no memory
         wxLogError("%s: %s", archive.GetFullPath(), error.what());
+        return false;
+    }
+}
+
+bool CheckUnzip(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options,
+                std::string& fault) {
+    try {
+        Extraction extraction(archive, folder, options,
+                              [&](const std::string& found) { fault = found; });
+        return extraction.Prepare() && extraction.Judge();
+    } catch (const std::exception& error) {  // there was no memory
+        fault = error.what();
         return false;
     }
 }

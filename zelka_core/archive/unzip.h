@@ -82,6 +82,12 @@ struct UnzipOptions {
 bool Unzip(const wxFileName& archive, const wxFileName& folder, UnzipCallback callback,
            void* userData, const UnzipOptions& options = {});
 
+// Whether Unzip would come to the archive's end if it were called now with a callback that accepts
+// every file, or none with `removes`, and every write succeeded. Writes nothing. If not, `fault`
+// says why, fit to follow the archive's name.
+bool CheckUnzip(const wxFileName& archive, const wxFileName& folder, const UnzipOptions& options,
+                std::string& fault);
+
 // Removes what a process that was killed during Unzip has left in `folder` or below it: files whose
 // names begin with ".zelka-unzip-". For the next start, while no Unzip into the same folder runs.
 // What cannot be removed is told by a warning and stays; then false.

@@ -11,6 +11,7 @@
 #include "platform/file.h"
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/archive/zip_central_directory.h"
+#include "zelka_core/archive/zip_source.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -55,13 +56,11 @@ FileStream OpenArchiveFile(const std::string& path, std::string& fault) {
 // The archive in `file`, which it owns from then on. Null with the reason in `fault`.
 zip_t* OpenZip(FileStream file, const ZipDirectory& directory, std::string& fault) {
     ZipError error;
-    zip_source_t* source = zip_source_filep_create(
-        file.get(), directory.begin, static_cast<zip_int64_t>(directory.size), error.Get());
+    zip_source_t* source = MakeZipSource(std::move(file), directory.begin, directory.size);
     if (source == nullptr) {
-        fault = error.Text();
+        fault = "cannot be opened: there is no memory";
         return nullptr;
     }
-    (void)file.release();
     zip_t* archive = zip_open_from_source(source, ZIP_RDONLY, error.Get());
     if (archive == nullptr) {
         zip_source_free(source);

@@ -2,9 +2,7 @@
 
 #include <wx/datetime.h>
 
-#include <atomic>
-
-#include "platform/journal.h"
+#include "zelka_core/log/journal.h"
 #include "zelka_core/log/log_fields.h"
 #include "zelka_core/log/log_file.h"
 #include "zelka_core/text.h"
@@ -12,8 +10,6 @@
 namespace ZelkaCore {
 
 namespace {
-
-std::atomic<bool> g_usesJournal = false;
 
 const char* LevelName(wxLogLevel level) {
     switch (level) {
@@ -50,14 +46,9 @@ CLog2Disk::CLog2Disk() {
     delete SetFormatter(new ColumnFormatter);
 }
 
-void CLog2Disk::UseJournal() {
-    g_usesJournal = true;
-}
-
 void CLog2Disk::DoLogRecord(wxLogLevel level, const wxString& text, const wxLogRecordInfo& info) {
-    if (g_usesJournal && level <= wxLOG_Warning) {
-        SendToJournal(level == wxLOG_Warning ? JournalPriority::kWarning : JournalPriority::kError,
-                      ToUtf8(text), FieldsOf(info));
+    if (UsesJournal() && IsForJournal(level)) {
+        SendToJournal(JournalMessageOf(level, text, FieldsOf(info)));
     }
     wxLog::DoLogRecord(level, text, info);
 }

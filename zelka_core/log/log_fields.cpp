@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "zelka_core/log/log_text.h"
+#include "zelka_core/secret_name.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -43,6 +44,14 @@ std::string Quoted(const std::string& value) {
 bool NeedsQuotes(const std::string& value) {
     return value.empty() || value.find_first_of(" \t\n\"'=") != std::string::npos ||
            LogText(value) != value;
+}
+
+LogFields WithoutSecrets(const LogFields& fields) {
+    LogFields shown;
+    for (const auto& [name, value] : fields) {
+        shown[name] = IsSecretName(name) ? kMasked : value;
+    }
+    return shown;
 }
 
 void Store(const LogFields& fields, wxLogRecordInfo& info) {
@@ -85,13 +94,14 @@ void LogWithFields(wxLogLevel level, const std::string& text, const LogFields& f
     if (!wxLog::IsLevelEnabled(level, wxASCII_STR(wxLOG_COMPONENT))) {
         return;
     }
-    const std::string behind = BoundedLogText(LogFieldsText(fields), kMaximumText);
+    const LogFields shown = WithoutSecrets(fields);
+    const std::string behind = BoundedLogText(LogFieldsText(shown), kMaximumText);
     std::string front = BoundedLogText(text, kMaximumLogText - behind.size());
     std::replace(front.begin(), front.end(), '\0', '?');  // targets may end a text at a null
     wxLogRecordInfo info(nullptr, 0, nullptr, wxLOG_COMPONENT);
     info.timestampMS = wxGetUTCTimeMillis().GetValue();
-    if (!fields.empty()) {
-        Store(fields, info);
+    if (!shown.empty()) {
+        Store(shown, info);
     }
     wxLog::OnLog(level, FromUtf8(front) + FromUtf8(behind), info);
 }

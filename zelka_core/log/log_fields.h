@@ -20,7 +20,8 @@ bool IsLogFieldName(std::string_view name);
 std::string LogFieldsText(const LogFields& fields);
 
 // Writes a record of a script. Text and fields together are not larger than 64 KiB, of which the
-// fields take half at most: what is beyond is counted, as BoundedLogText does. Any thread.
+// fields take half at most: what is beyond is counted, as BoundedLogText does. The value of a field
+// that is named like a secret (zelka_core/secret_name.h) is not shown. Any thread.
 void LogWithFields(wxLogLevel level, const std::string& text, const LogFields& fields);
 
 // The fields that LogWithFields gave to a record: the first 100 of them, and not more than 64 KiB.

@@ -1,5 +1,6 @@
 #include "zelka_core/log/log_text.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "zelka_core/text.h"
@@ -51,25 +52,32 @@ std::string WrittenOut(unsigned code) {
     return text;
 }
 
+// With `lineEnd` in the place of every line end.
+std::string Harmless(std::string_view text, const char* lineEnd) {
+    std::string harmless;
+    harmless.reserve(text.size());
+    while (!text.empty()) {
+        const Unwanted unwanted = UnwantedAtFront(text);
+        if (unwanted.size != 0) {
+            harmless += WrittenOut(unwanted.code);
+        } else if (text[0] == '\n') {
+            harmless += lineEnd;
+        } else {
+            harmless += text[0];
+        }
+        text.remove_prefix(std::max(unwanted.size, std::size_t{1}));
+    }
+    return harmless;
+}
+
 }  // namespace
 
 std::string LogText(std::string_view record) {
-    std::string text;
-    text.reserve(record.size());
-    while (!record.empty()) {
-        const Unwanted unwanted = UnwantedAtFront(record);
-        if (unwanted.size == 0) {
-            text += record[0];
-            if (record[0] == '\n') {
-                text += '\t';
-            }
-            record.remove_prefix(1);
-            continue;
-        }
-        text += WrittenOut(unwanted.code);
-        record.remove_prefix(unwanted.size);
-    }
-    return text;
+    return Harmless(record, "\n\t");
+}
+
+std::string PlainText(std::string_view text) {
+    return Harmless(text, "\n");
 }
 
 std::string BoundedLogText(std::string_view text, std::size_t limit) {

@@ -13,6 +13,9 @@ namespace ZelkaCore {
 // gives UTF-8.
 std::string LogText(std::string_view record);
 
+// The same, with nothing behind the line ends.
+std::string PlainText(std::string_view text);
+
 inline constexpr std::size_t kMaximumLogText = std::size_t{64} * 1024;  // bytes: 64 KiB
 
 // A text that a script hands over, not larger than `limit` bytes: what is beyond is not there but

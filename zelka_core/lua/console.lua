@@ -1,5 +1,5 @@
 -- What a task of the control socket runs: a chunk, whose results are told as text. A table is shown
--- with what is in it, two levels deep.
+-- with what is in it, two levels deep; a text in quotes only if somebody sits there.
 local interactive, begun, finish, chunk = ...
 
 local shownItems, shownLevels = 40, 2
@@ -41,24 +41,29 @@ function show(value, levels)
     return "{" .. members(value, levels - 1) .. "}"
 end
 
-local function tell(ok, ...)
-    if not ok then
-        return finish(false, (...))
-    end
+local function shown(...)
     local texts = table.pack(...)
     for i = 1, texts.n do
         local value = texts[i]
-        texts[i] = interactive and show(value, shownLevels) or tostring(value)
+        texts[i] = type(value) == "string" and not interactive and value or show(value, shownLevels)
     end
-    finish(true, table.concat(texts, "\t"))
+    return table.concat(texts, "\t")
 end
 
+-- What the application does to show a value of its own may fail as well.
 local function explain(problem)
-    if type(problem) == "table" and not getmetatable(problem) then
-        problem = show(problem, shownLevels)
-    end
-    local text = debug.traceback(tostring(problem), 2)
+    local words = type(problem) == "table" and not getmetatable(problem) and show or tostring
+    local _, text = pcall(words, problem, shownLevels)
+    text = debug.traceback(type(text) == "string" and text or "an error that cannot be shown", 2)
     return text:match("^(.*)\n\t%[C%]: in function 'xpcall'") or text -- without the levels of this file
+end
+
+local function tell(ok, ...)
+    if ok then
+        finish(xpcall(shown, explain, ...))
+    else
+        finish(false, (...))
+    end
 end
 
 begun()

@@ -32,6 +32,9 @@ class LuaArchive {
     // the object goes or is moved.
     [[nodiscard]] const ZipEntry* Find(const std::string& name) const;
 
+    // Without any if the archive is not open.
+    [[nodiscard]] const std::vector<ZipEntry>& Entries() const { return m_zip.Entries(); }
+
     // Reads the whole of an entry that Find gave. False leaves `content` alone and puts the reason,
     // which names archive and entry, into `fault`.
     bool Read(const ZipEntry& entry, std::string& content, std::string& fault);

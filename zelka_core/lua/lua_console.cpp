@@ -42,32 +42,41 @@ bool EndsTooEarly(std::string_view error) {
     return error.ends_with("<eof>");
 }
 
-// The function of the chunk on top of the stack, or why it is none.
-int Load(lua_State* L, const ConsoleChunk& chunk) {
-    const std::string name = "=" + chunk.name;
-    if (chunk.isInteractive) {
-        const std::string expression = "return " + chunk.text;
-        if (luaL_loadbufferx(L, expression.data(), expression.size(), name.c_str(), "t") ==
-            LUA_OK) {
-            return LUA_OK;
-        }
-        lua_pop(L, 1);
+enum class Loaded { kYes, kNo, kIncomplete };
+
+// Pushes the function of the text, or why it is none.
+Loaded LoadText(lua_State* L, const std::string& text, const std::string& name) {
+    if (luaL_loadbufferx(L, text.data(), text.size(), ("=" + name).c_str(), "t") == LUA_OK) {
+        return Loaded::kYes;
     }
-    return luaL_loadbufferx(L, chunk.text.data(), chunk.text.size(), name.c_str(), "t");
+    return EndsTooEarly(lua_tostring(L, -1)) ? Loaded::kIncomplete : Loaded::kNo;
+}
+
+// What can be read as expressions is: their values are what is wanted.
+Loaded Load(lua_State* L, const ConsoleChunk& chunk) {
+    const Loaded expressions = LoadText(L, "return " + chunk.text, chunk.name);
+    if (expressions == Loaded::kYes) {
+        return Loaded::kYes;
+    }
+    lua_pop(L, 1);
+    const Loaded statements = LoadText(L, chunk.text, chunk.name);
+    return statements == Loaded::kNo ? expressions : statements;
 }
 
 ConsoleStart Start(lua_State* L, const ConsoleChunk& chunk,
                    const std::shared_ptr<ConsoleClient>& client) {
-    if (luaL_loadstring(L, kConsoleSource) != LUA_OK) {
+    const std::string_view source(kConsoleSource);
+    if (luaL_loadbuffer(L, source.data(), source.size(), "=(console)") != LUA_OK) {
         lua_error(L);
     }
     lua_pushboolean(L, chunk.isInteractive ? 1 : 0);
     lua_pushcfunction(L, Begun);
     lua_pushcfunction(L, Finish);
-    if (Load(L, chunk) != LUA_OK) {
-        if (chunk.isInteractive && EndsTooEarly(lua_tostring(L, -1))) {
-            return ConsoleStart::kIncomplete;
-        }
+    const Loaded loaded = Load(L, chunk);
+    if (loaded == Loaded::kIncomplete && chunk.isInteractive) {
+        return ConsoleStart::kIncomplete;
+    }
+    if (loaded != Loaded::kYes) {
         lua_error(L);
     }
     constexpr int kArguments = 4;

@@ -21,8 +21,8 @@ class ConsoleClient : public TaskOutput {
 
 struct ConsoleChunk {
     std::string name;  // of the task, and of the chunk in messages
-    std::string text;
-    // It may also be an expression, and may lack its end; results are shown for people.
+    std::string text;  // statements or expressions
+    // It may lack its end, and texts among its results are shown as such, in quotes.
     bool isInteractive = false;
 };
 

@@ -9,6 +9,7 @@
 #include "zelka_core/lua/lua_arguments.h"
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
@@ -17,7 +18,6 @@ namespace ZelkaCore {
 namespace {
 
 constexpr const char* kTasks = "ZelkaCore.tasks";
-constexpr int kTaskFailed = 5201;          // the code of the agent event
 constexpr std::size_t kErrorShown = 1024;  // bytes of an error in it
 
 // The error value of a task, in words.
@@ -308,7 +308,7 @@ void CTaskScheduler::Report(const std::string& name, const std::string& error,
     wxLogError("Task '%s' has failed: %s\n%s", FromUtf8(name), FromUtf8(BoundedLogText(error)),
                FromUtf8(BoundedLogText(traceback)));
     CAgentEvent event =
-        CAgentEvent::Now(kTaskFailed, CAgentEvent::SeverityError,
+        CAgentEvent::Now(kEventTaskFailed, CAgentEvent::SeverityError,
                          FromUtf8("task|" + name + "|" + BoundedLogText(error, kErrorShown)));
     m_dom.AgentEventWrite(event);
 }

@@ -99,8 +99,8 @@ bool KeptFiles::MayGo(const std::string& path, const std::map<std::string, std::
         why = error.message();
         return false;
     }
-    const bool isOurs = now.empty() || now == keptSum ||
-                        (known != written.end() && now == known->second);
+    const bool isOurs =
+        now.empty() || now == keptSum || (known != written.end() && now == known->second);
     if (!isOurs) {
         why = "was changed since by somebody else";
     }
@@ -138,8 +138,7 @@ std::error_code KeptFiles::PutBack(const std::string& package, const std::vector
             left.push_back(path + ": " + why);
             continue;
         }
-        const auto error =
-            file == nullptr ? m_tree.DeleteFile(path) : PutBackFile(package, *file);
+        const auto error = file == nullptr ? m_tree.DeleteFile(path) : PutBackFile(package, *file);
         if (error && error != std::errc::is_a_directory) {
             left.push_back(path + ": " + error.message());
         }

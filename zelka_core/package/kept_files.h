@@ -22,7 +22,8 @@ class KeptFiles {
 
     // Keeps, for the package, those files of `paths` that are there; what else was kept for it is
     // gone. `owned` are the package's own files, by path. When it succeeds `kept`
-    // has them, with their records where the package owns them, and they are on the disk. `path` receives the one that could not be kept.
+    // has them, with their records where the package owns them, and they are on the disk. `path`
+    // receives the one that could not be kept.
     [[nodiscard]] std::error_code Keep(const std::string& package,
                                        const std::vector<std::string>& paths,
                                        const std::map<std::string, OwnedFile>& owned,

@@ -6,6 +6,7 @@
 
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/archive/zip_archive.h"
+#include "zelka_core/package/package_archive.h"
 #include "zelka_core/package/version_order.h"
 #include "zelka_core/system/clocks.h"
 #include "zelka_core/text.h"
@@ -14,39 +15,8 @@ namespace ZelkaCore {
 
 namespace {
 
-constexpr std::uint64_t kLargestManifest = 0x10000;
-
 std::string Shown(const std::string& text) {
     return "'" + ToUtf8(ShownName(FromUtf8(text))) + "'";
-}
-
-// The manifest of the archive, if it has one.
-bool ReadManifest(ZipArchive& archive, const std::vector<std::string>& places,
-                  std::optional<PackageManifest>& manifest, std::string& fault) {
-    const auto place = std::find(places.begin(), places.end(), kManifestName);
-    if (place == places.end()) {
-        return true;
-    }
-    const ZipEntry& entry = archive.Entries()[static_cast<std::size_t>(place - places.begin())];
-    std::string text;
-    PackageManifest found;
-    if (entry.size > kLargestManifest) {
-        fault = "is larger than 64 KiB";
-    } else if (archive.Read(
-                   entry,
-                   [&](std::string_view bytes) {
-                       text += bytes;
-                       return true;
-                   },
-                   fault)) {
-        (void)ParseManifest(text, found, fault);
-    }
-    if (!fault.empty()) {
-        fault = std::string(kManifestName) + ": " + fault;
-        return false;
-    }
-    manifest = std::move(found);
-    return true;
 }
 
 const InstalledPackage* Find(const std::vector<InstalledPackage>& packages,
@@ -143,9 +113,14 @@ bool PackageInstallation::OnBegin(std::string& fault) {
         return true;
     }
     PackageRecords& records = m_settlement.Records();
+    std::map<std::string, std::string> unfinished;
     std::map<std::string, PackageTrial> trials;
-    if (!records.Trials(trials)) {
+    if (!records.Unfinished(unfinished) || !records.Trials(trials)) {
         fault = "it cannot be told what is on trial";
+        return false;
+    }
+    if (unfinished.contains(m_manifest->name)) {
+        fault = "what an interrupted installation has changed is not put back yet";
         return false;
     }
     if (const auto trial = trials.find(m_manifest->name); trial != trials.end()) {
@@ -202,12 +177,17 @@ bool PackageInstallation::Finish(bool isUnpacked, std::vector<std::string>& note
     if (!m_manifest) {
         return isUnpacked;
     }
-    if (isUnpacked && Complete(notes)) {
+    std::string fault;
+    // Nobody has begun where there was no file to write.
+    const bool hasBegun = m_hasBegun || (isUnpacked && OnBegin(fault));
+    if (isUnpacked && hasBegun && Complete(notes)) {
         return true;
     }
+    if (!fault.empty()) {
+        notes.push_back(Shown(m_archive) + " " + fault);
+    }
     if (m_hasBegun && !m_settlement.TakeBackChange(m_manifest->name, notes)) {
-        notes.push_back("what " + m_manifest->name +
-                        " has changed is put back at the next start");
+        notes.push_back("what " + m_manifest->name + " has changed is put back at the next start");
     }
     return false;
 }
@@ -216,11 +196,16 @@ std::optional<PackageTrial> PackageInstallation::TrialOf() const {
     if (!m_older || CompareVersions(m_manifest->version, m_older->version) == 0) {
         return std::nullopt;
     }
-    const bool needsStart = std::any_of(m_places.begin(), m_places.end(), [&](const auto& place) {
+    const auto isProgram = [&](const std::string& place) {
         return std::any_of(m_host.program.begin(), m_host.program.end(), [&](const auto& part) {
             return place == part || (part.ends_with('/') && place.starts_with(part));
         });
-    });
+    };
+    // What the older version alone has goes.
+    const bool needsStart =
+        std::any_of(m_places.begin(), m_places.end(), isProgram) ||
+        std::any_of(m_olderFiles.begin(), m_olderFiles.end(),
+                    [&](const auto& file) { return isProgram(file.first); });
     return PackageTrial{.older = *m_older,
                         .failures = needsStart ? 0 : 1,
                         .start = m_host.start,

@@ -17,21 +17,21 @@ struct PackageHost {
     std::string name;     // of the program, which packages may require
     std::string version;  // of the program
     // Files, and folders with a '/' at the end, below the program's folder that the program
-    // consists of: what replaces one of them shows only after the next start.
+    // consists of: what replaces one of them, or takes it away, shows only after the next start.
     std::vector<std::string> program = {};
     std::string start = {};  // as PackageSettlement::SettleTrials has it
 };
 
 // One installation of a package, looked on at by way of Unzip. A package without a manifest is
 // installed as if nobody looked. One with a manifest owns its files; it is refused before anything
-// is written if its manifest makes no sense, what it requires is not there, a newer version of it is
-// installed, or a file of it belongs to another package. While it is being written, and as long as
-// a newer version than before is on trial, what was there can be taken back.
+// is written if its manifest makes no sense, what it requires is not there, a newer version of it
+// is installed, or a file of it belongs to another package. While it is being written, and as long
+// as a newer version than before is on trial, what was there can be taken back.
 class PackageInstallation : public UnzipObserver {
   public:
     // `settlement` and `host` outlive the object. `archive` is the name of the package's file.
-    PackageInstallation(PackageSettlement& settlement, const PackageHost& host,
-                        std::string archive, std::string signer);
+    PackageInstallation(PackageSettlement& settlement, const PackageHost& host, std::string archive,
+                        std::string signer);
 
     bool OnJudged(ZipArchive& archive, const std::vector<std::string>& places,
                   std::string& fault) override;

@@ -87,9 +87,8 @@ class Reader {
         if (equals == std::string_view::npos) {
             return "neither a [group] nor key=value";
         }
-        return m_isInside
-                   ? TakeKey(Trim(line.substr(0, equals)), Trim(line.substr(equals + 1)))
-                   : "";
+        return m_isInside ? TakeKey(Trim(line.substr(0, equals)), Trim(line.substr(equals + 1)))
+                          : "";
     }
 
     std::string Finish(PackageManifest& manifest) {

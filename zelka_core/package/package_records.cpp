@@ -71,8 +71,7 @@ void StoreFiles(SQLite::Database& database, const std::string& package,
                 const std::vector<OwnedFile>& files) {
     Execute(database, "DELETE FROM package_file WHERE package = ?", package);
     SQLite::Statement insert(
-        database,
-        "INSERT INTO package_file (path, package, sha256, mode) VALUES (?, ?, ?, ?)");
+        database, "INSERT INTO package_file (path, package, sha256, mode) VALUES (?, ?, ?, ?)");
     for (const OwnedFile& file : files) {
         insert.bind(1, file.path);
         insert.bind(2, package);
@@ -83,8 +82,7 @@ void StoreFiles(SQLite::Database& database, const std::string& package,
     }
 }
 
-void StoreTrial(SQLite::Database& database, const std::string& package,
-                const PackageTrial& trial) {
+void StoreTrial(SQLite::Database& database, const std::string& package, const PackageTrial& trial) {
     Execute(database,
             "INSERT OR REPLACE INTO package_trial (package, version, requirements, archive,"
             " signer, installed, failures, start, needs_start)"
@@ -198,8 +196,7 @@ bool PackageRecords::Unfinished(std::map<std::string, std::string>& changes) {
 
 bool PackageRecords::ChangedPaths(const std::string& package, std::vector<std::string>& paths) {
     return Read(
-        m_database, paths,
-        "SELECT path FROM package_change_file WHERE package = ? ORDER BY path",
+        m_database, paths, "SELECT path FROM package_change_file WHERE package = ? ORDER BY path",
         [](auto& found, SQLite::Statement& row) { found.push_back(row.getColumn(0).getString()); },
         package);
 }
@@ -215,8 +212,7 @@ bool PackageRecords::Kept(const std::string& package, std::vector<KeptFile>& kep
             file.number = static_cast<std::uint64_t>(row.getColumn(1).getInt64());
             file.sha256 = row.getColumn(2).getString();
             if (!row.getColumn(3).isNull()) {
-                file.record = {file.path, row.getColumn(3).getString(),
-                               row.getColumn(4).getUInt()};
+                file.record = {file.path, row.getColumn(3).getString(), row.getColumn(4).getUInt()};
             }
         },
         package);
@@ -251,8 +247,7 @@ bool PackageRecords::ForgiveFailures() {
 }
 
 bool PackageRecords::Pass(const std::string& package) {
-    return Change(m_database,
-                  [&](SQLite::Database& database) { ForgetTrial(database, package); });
+    return Change(m_database, [&](SQLite::Database& database) { ForgetTrial(database, package); });
 }
 
 bool PackageRecords::TakeBack(const std::string& package) {
@@ -285,23 +280,22 @@ bool PackageRecords::Forget(const std::vector<std::string>& paths) {
         }
     }
     return losers.empty() || Change(m_database, [&](SQLite::Database& database) {
-        for (const std::string& path : paths) {
-            Execute(database, "DELETE FROM package_file WHERE path = ?", path);
-        }
-        for (const std::string& package : losers) {
-            SQLite::Statement rest(database, "SELECT 1 FROM package_file WHERE package = ?");
-            rest.bind(1, package);
-            if (!rest.executeStep()) {
-                ForgetPackage(database, package);
-            }
-        }
-    });
+               for (const std::string& path : paths) {
+                   Execute(database, "DELETE FROM package_file WHERE path = ?", path);
+               }
+               for (const std::string& package : losers) {
+                   SQLite::Statement rest(database, "SELECT 1 FROM package_file WHERE package = ?");
+                   rest.bind(1, package);
+                   if (!rest.executeStep()) {
+                       ForgetPackage(database, package);
+                   }
+               }
+           });
 }
 
 bool PackageRecords::Remove(const std::string& package) {
-    return Change(m_database, [&](SQLite::Database& database) {
-        ForgetPackage(database, package);
-    });
+    return Change(m_database,
+                  [&](SQLite::Database& database) { ForgetPackage(database, package); });
 }
 
 }  // namespace ZelkaCore

@@ -38,8 +38,8 @@ struct KeptFile {
 // The version before the one that is on trial.
 struct PackageTrial {
     InstalledPackage older;
-    int failures = 0;        // starts in a row that have ended badly
-    std::string start;       // the last one that counted
+    int failures = 0;         // starts in a row that have ended badly
+    std::string start;        // the last one that counted
     bool needsStart = false;  // the program has to be started anew before it can pass
 };
 

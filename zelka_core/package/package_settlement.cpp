@@ -7,8 +7,10 @@
 
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
+#include "zelka_core/package/package_archive.h"
 #include "zelka_core/package/package_signature.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -92,16 +94,27 @@ bool PackageSettlement::GiveUp(const std::string& package, const PackageTrial& t
     if (!PutBackTrial(package, notes)) {
         return false;
     }
-    for (const char* ending : {"", ".done"}) {
+    MarkAsFailed(*installed, notes);
+    WriteEvent(installed->archive);
+    return ForgetTrial(package);
+}
+
+// Under its first name it would be installed again. What has that name may be another version by
+// now, which is to be tried.
+void PackageSettlement::MarkAsFailed(const InstalledPackage& package,
+                                     std::vector<std::string>& notes) {
+    std::vector<std::string> names{package.archive + ".done"};
+    const auto manifest = ManifestOf(m_folder + "/" + package.archive);
+    if (manifest && manifest->name == package.name && manifest->version == package.version) {
+        names.push_back(package.archive);
+    }
+    for (const std::string& name : names) {
         for (const char* part : {"", kSignatureEnding}) {
-            const std::string name = installed->archive + ending + part;
-            if (const auto error = m_kept.Rename(name, installed->archive + ".failed" + part)) {
-                notes.push_back(ForOperators(name) + ": " + error.message());
+            if (const auto error = m_kept.Rename(name + part, package.archive + ".failed" + part)) {
+                notes.push_back(ForOperators(name + part) + ": " + error.message());
             }
         }
     }
-    WriteEvent(installed->archive);
-    return ForgetTrial(package);
 }
 
 bool PackageSettlement::TakeBackTrial(const std::string& package, std::vector<std::string>& notes) {
@@ -167,7 +180,7 @@ bool PackageSettlement::PutBack(const std::string& package,
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
     (void)m_database.EventWrite(
-        CAgentEvent::Now(kPackageTakenBack, CAgentEvent::SeverityError,
+        CAgentEvent::Now(kEventPackageTakenBack, CAgentEvent::SeverityError,
                          ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
                                                     package.GetName(), package.GetFullPath()))));
 }

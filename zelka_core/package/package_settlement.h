@@ -11,9 +11,6 @@ namespace ZelkaCore {
 // Who has this lock in the program's folder changes packages there; nobody else does.
 inline constexpr const char* kPackagesLock = ".zelka-packages.lock";
 
-// The event of a package whose trial has failed. Its data are those of the other package events.
-inline constexpr int kPackageTakenBack = 5103;
-
 // So many starts in a row may end badly while a package is on trial.
 inline constexpr int kMostFailures = 3;
 
@@ -58,6 +55,7 @@ class PackageSettlement {
     void WriteEvent(const std::string& archive);
     bool GiveUp(const std::string& package, const PackageTrial& trial,
                 std::vector<std::string>& notes);
+    void MarkAsFailed(const InstalledPackage& package, std::vector<std::string>& notes);
 
     AgentDatabase& m_database;
     PackageRecords m_records;

@@ -5,7 +5,8 @@
 
 namespace ZelkaCore {
 
-// Versions of packages, and their order, are Debian's (deb-version(7)): [EPOCH:]UPSTREAM[-REVISION].
+// Versions of packages, and their order, are Debian's (deb-version(7)):
+// [EPOCH:]UPSTREAM[-REVISION].
 
 // Whether the text is such a version: of at most 64 letters, digits and . + - ~ of ASCII, with a
 // digit first; an epoch is a number of at most nine digits.

@@ -86,7 +86,19 @@ AgentDatabase::AgentDatabase(const fs::path& file, const SqliteTuning& tuning)
     : m_file(Absolute(file)), m_tuning(tuning) {
 }
 
-AgentDatabase::~AgentDatabase() = default;
+// The last one to close a database takes its -wal file over, which others are not to see by half.
+AgentDatabase::~AgentDatabase() {
+    const MutexLock lock(m_mutex);
+    if (!m_connection) {
+        return;
+    }
+    try {
+        const auto folder = LockFolder(Access::Change, FolderLock::Kind::Shared);
+        m_connection.reset();
+    } catch (const std::exception&) {
+        m_connection.reset();  // whoever has the lock sees it then
+    }
+}
 
 bool AgentDatabase::SettingStore(const std::string& name, const std::string& value) {
     return Run(Access::Make, "store a setting", [&](SQLite::Database& database) {
@@ -125,7 +137,7 @@ bool AgentDatabase::SettingRemove(const std::string& name) {
     });
 }
 
-bool AgentDatabase::EventWrite(const CAgentEvent& event) {
+bool AgentDatabase::EventWrite(const CAgentEvent& event, std::int64_t* id) {
     return Run(Access::Make, "write an event", [&](SQLite::Database& database) {
         // With a write-ahead log FULL syncs each commit, NORMAL only checkpoints. EXTRA is the same
         // there, and also syncs the folder where a rollback journal has to serve.
@@ -139,6 +151,9 @@ bool AgentDatabase::EventWrite(const CAgentEvent& event) {
         insert.bind(4, event.GetTime());
         BindText(insert, 5, ToUtf8(event.GetData()));
         insert.exec();
+        if (id != nullptr) {
+            *id = database.getLastInsertRowid();
+        }
     });
 }
 

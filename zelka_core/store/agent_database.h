@@ -67,8 +67,8 @@ class AgentDatabase {
     bool SettingRemove(const std::string& name);
 
     // Adds an event. When it returns true the event is on the disk and outlasts a power cut,
-    // however low `synchronous` is tuned.
-    bool EventWrite(const CAgentEvent& event);
+    // however low `synchronous` is tuned, and its id is in `id`, if one is given.
+    bool EventWrite(const CAgentEvent& event, std::int64_t* id = nullptr);
 
     // The events with an id above `afterId`, in order of id, `limit` of them at most (kNoLimit or
     // any negative number: all). Replaces `events`.

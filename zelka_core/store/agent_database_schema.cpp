@@ -23,7 +23,8 @@ constexpr std::array kSteps{
     // Packages with a manifest, by whose names everything here goes, and the files that they own.
     // package_change: what was begun with a package and is not done. package_kept: what lies in the
     // place of the package's kept files, and where it was; `owned_sha256` is null for what the
-    // package did not own. package_trial: the package as it was before the version that is on trial.
+    // package did not own. package_trial: the package as it was before the version that is on
+    // trial.
     "CREATE TABLE package (name TEXT NOT NULL PRIMARY KEY, version TEXT NOT NULL,"
     " requirements TEXT NOT NULL, archive TEXT NOT NULL, signer TEXT NOT NULL,"
     " installed INTEGER NOT NULL);"
@@ -87,6 +88,14 @@ std::string Uri(const fs::path& file) {
     return uri;
 }
 
+SQLite::Database OpenReadOnly(const std::string& uri, const SqliteTuning& tuning) {
+    SQLite::Database database(uri, SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX | SQLite::OPEN_URI,
+                              tuning.busyTimeout);
+    RefuseUnknownVersion(database);
+    CheckPages(database);
+    return database;
+}
+
 }  // namespace
 
 int LatestSchemaVersion() {
@@ -117,12 +126,28 @@ SQLite::Database OpenChecked(const fs::path& file, const SqliteTuning& tuning) {
 }
 
 SQLite::Database OpenSnapshot(const fs::path& file, const SqliteTuning& tuning) {
-    SQLite::Database database(Uri(file) + "?immutable=1",
-                              SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX | SQLite::OPEN_URI,
-                              tuning.busyTimeout);
-    RefuseUnknownVersion(database);
-    CheckPages(database);
-    return database;
+    return OpenReadOnly(Uri(file) + "?immutable=1", tuning);
+}
+
+SQLite::Database OpenForLook(const fs::path& file) {
+    const auto isThere = [&](const char* suffix) {
+        std::error_code missing;
+        const auto size = fs::file_size(file.string() + suffix, missing);
+        return !missing && size != 0;
+    };
+    try {
+        if (!isThere("-wal")) {
+            return OpenSnapshot(file, SqliteTuning());
+        }
+    } catch (const SQLite::Exception& error) {
+        if (!IsDamage(error) || !isThere("-wal")) {  // else somebody writes by now
+            throw;
+        }
+    }
+    if (!isThere("-shm")) {
+        throw UnreadableLog();
+    }
+    return OpenReadOnly(Uri(file) + "?readonly_shm=1", SqliteTuning());
 }
 
 void MigrateSchema(SQLite::Database& database) {

@@ -3,6 +3,7 @@
 #include <SQLiteCpp/Database.h>
 
 #include <filesystem>
+#include <stdexcept>
 
 #include "zelka_core/store/sqlite_database.h"
 
@@ -25,6 +26,15 @@ SQLite::Database OpenChecked(const std::filesystem::path& file, const SqliteTuni
 // For a folder in which SQLite can make no -wal file: reads the database as it stands, without any
 // lock. Right only while there is no -wal file, that is, nobody has it open. Throws as OpenChecked.
 SQLite::Database OpenSnapshot(const std::filesystem::path& file, const SqliteTuning& tuning);
+
+// Opens the database for a look that leaves no trace: no file is made or changed, whether an agent
+// has it open or not. Throws as OpenChecked, and UnreadableLog.
+class UnreadableLog : public std::runtime_error {
+  public:
+    // A -wal file waits to be taken over, and there is no -shm file to read it by.
+    UnreadableLog() : std::runtime_error("its write-ahead log has to be taken over first") {}
+};
+SQLite::Database OpenForLook(const std::filesystem::path& file);
 
 // Brings an older schema to the latest version, step by step in one transaction.
 void MigrateSchema(SQLite::Database& database);

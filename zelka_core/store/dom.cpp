@@ -4,6 +4,7 @@
 
 #include "zelka_core/log/trace.h"
 #include "zelka_core/store/agent_database.h"
+#include "zelka_core/store/event_journal.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -198,9 +199,11 @@ void CDom::AgentEventWrite(CAgentEvent& event) {
 
 bool CDom::TryAgentEventWrite(const CAgentEvent& event) {
     AgentDatabase* database = Database();
-    if (database == nullptr || !database->EventWrite(event)) {
+    std::int64_t id = 0;
+    if (database == nullptr || !database->EventWrite(event, &id)) {
         return false;
     }
+    TellJournal(event, id);
     (void)m_conditions.Raise("app.agentEvent");
     return true;
 }

@@ -95,7 +95,7 @@ class CDom {
     // set there are none, and nothing can be written. SettingRetrieve is true if there is a
     // setting; the output is untouched otherwise. AgentEventWrite takes a complete event and keeps
     // no reference to it; that it could not be written stands in the log. Each one that could
-    // raises the condition `app.agentEvent`.
+    // raises the condition `app.agentEvent`, and goes to the journal where that is used.
     bool SettingStore(const std::string& name, const std::string& value);
     bool SettingRetrieve(const std::string& name, std::string& value);
     bool SettingRetrieve(const wxString& name, wxString& value);

@@ -15,45 +15,28 @@ namespace ZelkaCore {
 
 namespace {
 
-// A line that gives a key its value.
-struct Row {
-    wxString group;  // as GroupPath has it
-    wxString name;
-    std::size_t line = 0;
-    bool isFixed = false;  // the instance's own file cannot change it
-};
-
-// Where the keys of a file stand. The framework tells values, but no places.
-struct Outline {
-    wxString file;
-    std::vector<Row> rows;
-    std::size_t senseless = 0;  // the first line that makes no sense; 0: there is none
-};
-
 struct Outlines {
-    Outline own;
-    Outline global;
+    IniOutline own;
+    IniOutline global;
 };
 
-wxConvAuto Encoding() {
-    return wxConvAuto(wxFONTENCODING_DEFAULT);
-}
+// UTF-8 with or without a mark of the byte order, or UTF-16 with one: told anew for each text. The
+// framework's own conversion keeps to what it has met first, and reads both files with one.
+class Encoding : public wxMBConv {
+  public:
+    std::size_t ToWChar(wchar_t* to, std::size_t room, const char* text,
+                        std::size_t size) const override {
+        return Fresh().ToWChar(to, room, text, size);
+    }
+    std::size_t FromWChar(char* to, std::size_t room, const wchar_t* text,
+                          std::size_t size) const override {
+        return Fresh().FromWChar(to, room, text, size);
+    }
+    [[nodiscard]] wxMBConv* Clone() const override { return new Encoding; }  // the framework's
 
-// The files that the framework takes for these paths, whole.
-IniPaths Located(const IniPaths& paths) {
-    const auto locate = [](const wxString& path, const wxFileName& standard) {
-        wxFileName file(path);
-        if (!file.IsOk()) {
-            return standard.GetFullPath();
-        }
-        (void)file.MakeAbsolute(standard.GetPath());
-        return file.GetFullPath();
-    };
-    const wxAppConsole* app = wxAppConsole::GetInstance();
-    const wxString name = app != nullptr ? app->GetAppName() : wxString();
-    return {locate(paths.own, wxFileConfig::GetLocalFile(name)),
-            locate(paths.global, wxFileConfig::GetGlobalFile(name))};
-}
+  private:
+    static wxConvAuto Fresh() { return wxConvAuto(wxFONTENCODING_DEFAULT); }
+};
 
 wxString GroupPath(const wxString& group) {
     wxArrayString parts;
@@ -78,7 +61,7 @@ std::optional<wxString> NameBefore(wxUniChar end, const wxString& text) {
 
 // Takes a line by the framework's rules. `group` is the one that the line stands in, or begins.
 // False for a line that makes no sense.
-bool TakeLine(wxString text, std::size_t line, wxString& group, std::vector<Row>& rows) {
+bool TakeLine(wxString text, std::size_t line, wxString& group, std::vector<IniRow>& rows) {
     (void)text.Trim(false);
     if (text.empty() || text[0] == ';' || text[0] == '#') {
         return true;
@@ -98,11 +81,36 @@ bool TakeLine(wxString text, std::size_t line, wxString& group, std::vector<Row>
     return true;
 }
 
-bool ReadOutline(const wxString& path, Outline& outline, wxString& problem) {
-    outline.file = path;
+bool ReadOutlines(const IniPaths& paths, Outlines& both, wxString& problem) {
+    const IniPaths located = LocateIniFiles(paths);
+    return ReadIniOutline(located.own, both.own, problem) &&
+           ReadIniOutline(located.global, both.global, problem);
+}
+
+}  // namespace
+
+IniPaths LocateIniFiles(const IniPaths& paths) {
+    const auto locate = [](const wxString& path, const wxFileName& standard) {
+        wxFileName file(path);
+        if (!file.IsOk()) {
+            return standard.GetFullPath();
+        }
+        (void)file.MakeAbsolute(standard.GetPath());
+        return file.GetFullPath();
+    };
+    const wxAppConsole* app = wxAppConsole::GetInstance();
+    const wxString name = app != nullptr ? app->GetAppName() : wxString();
+    return {locate(paths.own, wxFileConfig::GetLocalFile(name)),
+            locate(paths.global, wxFileConfig::GetGlobalFile(name))};
+}
+
+bool ReadIniOutline(const wxString& path, IniOutline& outline, wxString& problem) {
+    IniOutline found;
+    found.file = path;
     ScopedFd file;
     const auto error = OpenRegularFile(ToUtf8(path), file);
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        outline = std::move(found);
         return true;
     }
     if (error) {
@@ -118,26 +126,19 @@ bool ReadOutline(const wxString& path, Outline& outline, wxString& problem) {
         problem = path + ": cannot be read as UTF-8 or UTF-16";
         return false;
     }
-    wxString group = GroupPath({});
+    wxString group = kTopOfIni;
     for (std::size_t i = 0; i < text.GetLineCount(); ++i) {
-        const wxString line = text[i].BeforeFirst('\0');
-        if (!TakeLine(line, i + 1, group, outline.rows) && outline.senseless == 0) {
-            outline.senseless = i + 1;
+        if (!TakeLine(text[i].BeforeFirst('\0'), i + 1, group, found.rows)) {
+            found.senseless.push_back(i + 1);
         }
     }
+    outline = std::move(found);
     return true;
 }
 
-bool ReadOutlines(const IniPaths& paths, Outlines& both, wxString& problem) {
-    const IniPaths located = Located(paths);
-    return ReadOutline(located.own, both.own, problem) &&
-           ReadOutline(located.global, both.global, problem);
-}
-
-// The last row of the key, whose value counts.
-const Row* FindRow(const Outline& outline, const wxString& group, const wxString& name) {
-    const Row* found = nullptr;
-    for (const Row& row : outline.rows) {
+const IniRow* FindIniRow(const IniOutline& outline, const wxString& group, const wxString& name) {
+    const IniRow* found = nullptr;
+    for (const IniRow& row : outline.rows) {
         if (row.name.IsSameAs(name, false) && row.group.IsSameAs(group, false)) {
             found = &row;
         }
@@ -145,22 +146,16 @@ const Row* FindRow(const Outline& outline, const wxString& group, const wxString
     return found;
 }
 
-void Locate(const Outlines& both, const wxString& group, IniEntry& entry) {
-    const Row* own = FindRow(both.own, group, entry.name);
-    const Row* global = FindRow(both.global, group, entry.name);
-    const bool isGlobal = global != nullptr && (own == nullptr || global->isFixed);
-    entry.file = isGlobal ? both.global.file : both.own.file;
-    const Row* row = isGlobal ? global : own;
-    if (row != nullptr) {
-        entry.name = row->name;
-        entry.line = row->line;
-    }
+IniPlace FindIniPlace(const IniOutline& own, const IniOutline& global, const wxString& group,
+                      const wxString& name) {
+    const IniRow* ownRow = FindIniRow(own, group, name);
+    const IniRow* globalRow = FindIniRow(global, group, name);
+    const bool isGlobal = globalRow != nullptr && (ownRow == nullptr || globalRow->isFixed);
+    return isGlobal ? IniPlace{global.file, globalRow} : IniPlace{own.file, ownRow};
 }
 
-}  // namespace
-
 std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths) {
-    const IniPaths located = Located(paths);
+    const IniPaths located = LocateIniFiles(paths);
     auto config = std::make_unique<wxFileConfig>(
         wxEmptyString, wxEmptyString, located.own, located.global,
         wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, Encoding());
@@ -189,7 +184,12 @@ bool ReadIniGroup(const IniPaths& paths, const wxString& group, std::vector<IniE
         if (!name.Contains("/") && config->Read(name, &value)) {
             entry.value = value;
         }
-        Locate(both, path, entry);
+        const IniPlace place = FindIniPlace(both.own, both.global, path, name);
+        entry.file = place.file;
+        if (place.row != nullptr) {
+            entry.name = place.row->name;
+            entry.line = place.row->line;
+        }
         found.push_back(std::move(entry));
     }
     entries = std::move(found);
@@ -201,10 +201,10 @@ bool CheckIniFiles(const IniPaths& paths, wxString& problem) {
     if (!ReadOutlines(paths, both, problem)) {
         return false;
     }
-    for (const Outline* outline : {&both.own, &both.global}) {
-        if (outline->senseless != 0) {
-            problem = wxString::Format("%s:%zu: neither a [group] nor key=value", outline->file,
-                                       outline->senseless);
+    for (const IniOutline* outline : {&both.own, &both.global}) {
+        if (!outline->senseless.empty()) {
+            problem = wxString::Format("%s:%zu: %s", outline->file, outline->senseless.front(),
+                                       kSenselessLine);
             return false;
         }
     }

@@ -28,6 +28,45 @@ struct IniEntry {
     std::size_t line = 0;  // from 1 on; 0: the file has changed since
 };
 
+// The files that are taken for these paths, which may be relative or empty.
+IniPaths LocateIniFiles(const IniPaths& paths);
+
+// The group of the lines in front of any.
+inline constexpr const char* kTopOfIni = "/";
+
+// What is wrong with a line that makes no sense.
+inline constexpr const char* kSenselessLine = "neither a [group] nor key=value";
+
+// A line that gives a key its value.
+struct IniRow {
+    wxString group;  // its path: "/", "/probe"
+    wxString name;
+    std::size_t line = 0;
+    bool isFixed = false;  // in the global file: the own one cannot change it
+};
+
+// What stands in one of the files, line by line. The framework tells values, but no places.
+struct IniOutline {
+    wxString file;
+    std::vector<IniRow> rows;
+    std::vector<std::size_t> senseless;  // the lines that make no sense
+};
+
+// Reads one file. False for one that can be neither read nor decoded, with `problem` "FILE: why"
+// and `outline` untouched.
+bool ReadIniOutline(const wxString& path, IniOutline& outline, wxString& problem);
+
+// The last row of a key, whose value counts; null if there is none.
+const IniRow* FindIniRow(const IniOutline& outline, const wxString& group, const wxString& name);
+
+// Where the value of a key stands that counts, of those in both files.
+struct IniPlace {
+    wxString file;
+    const IniRow* row = nullptr;  // of an outline; null: the key is in neither
+};
+IniPlace FindIniPlace(const IniOutline& own, const IniOutline& global, const wxString& group,
+                      const wxString& name);
+
 // The values of both files. What cannot be read is left out, which the log tells.
 std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths);
 

@@ -64,33 +64,51 @@ std::optional<std::int64_t> WholeNumber(const std::string& text) {
     return number;
 }
 
-template <typename Number>
-void Read(const std::function<std::string(const std::string&)>& lookup, const char* key,
-          std::int64_t lowest, std::int64_t highest, Number& value) {
-    const std::string name = std::string("sqlite.config.") + key;
-    const std::string text = lookup(name);
-    if (text.empty()) {
-        return;
+using Lookup = std::function<std::string(const std::string&)>;
+using Refusal = std::function<void(const std::string& name, const std::string& reason)>;
+
+class TuningReader {
+  public:
+    TuningReader(const Lookup& lookup, const Refusal& refuse)
+        : m_lookup(lookup), m_refuse(refuse) {}
+
+    template <typename Number>
+    void Read(const char* key, std::int64_t lowest, std::int64_t highest, Number& value) const {
+        const std::string name = std::string("sqlite.config.") + key;
+        const std::string text = m_lookup(name);
+        if (text.empty()) {
+            return;
+        }
+        const std::optional<std::int64_t> number = WholeNumber(text);
+        if (!number || *number < lowest || *number > highest) {
+            m_refuse(name, "is '" + text + "', which is not a whole number from " +
+                               std::to_string(lowest) + " to " + std::to_string(highest));
+            return;
+        }
+        value = static_cast<Number>(*number);
     }
-    const std::optional<std::int64_t> number = WholeNumber(text);
-    if (!number || *number < lowest || *number > highest) {
-        wxLogWarning("%s is '%s', which is not a whole number from %lld to %lld: ignored",
-                     FromUtf8(name), FromUtf8(text), static_cast<long long>(lowest),
-                     static_cast<long long>(highest));
-        return;
-    }
-    value = static_cast<Number>(*number);
-}
+
+  private:
+    const Lookup& m_lookup;
+    const Refusal& m_refuse;
+};
 
 }  // namespace
 
-SqliteTuning TuningFrom(const std::function<std::string(const std::string&)>& lookup) {
+SqliteTuning TuningFrom(const Lookup& lookup) {
+    return TuningFrom(lookup, [](const std::string& name, const std::string& reason) {
+        wxLogWarning("%s %s: ignored", FromUtf8(name), FromUtf8(reason));
+    });
+}
+
+SqliteTuning TuningFrom(const Lookup& lookup, const Refusal& refuse) {
     SqliteTuning tuning;
-    Read(lookup, "cache_size", -1'048'576, 262'144, tuning.cacheSize);
-    Read(lookup, "mmap_size", 0, 0x7fff0000, tuning.mmapSize);
-    Read(lookup, "busy_timeout", 0, 600'000, tuning.busyTimeout);
-    Read(lookup, "synchronous", SqliteTuning::kNormal, SqliteTuning::kExtra, tuning.synchronous);
-    Read(lookup, "wal_autocheckpoint", 1, 1'000'000, tuning.walAutocheckpoint);
+    const TuningReader reader(lookup, refuse);
+    reader.Read("cache_size", -1'048'576, 262'144, tuning.cacheSize);
+    reader.Read("mmap_size", 0, 0x7fff0000, tuning.mmapSize);
+    reader.Read("busy_timeout", 0, 600'000, tuning.busyTimeout);
+    reader.Read("synchronous", SqliteTuning::kNormal, SqliteTuning::kExtra, tuning.synchronous);
+    reader.Read("wal_autocheckpoint", 1, 1'000'000, tuning.walAutocheckpoint);
     return tuning;
 }
 

@@ -41,6 +41,11 @@ struct SqliteTuning {
 //   sqlite.config.wal_autocheckpoint  1 to 1000000. Not 0: the log would grow without end
 SqliteTuning TuningFrom(const std::function<std::string(const std::string&)>& lookup);
 
+// The same with `refuse` told, and nothing in the log: the variable, and what is wrong with it.
+SqliteTuning TuningFrom(
+    const std::function<std::string(const std::string&)>& lookup,
+    const std::function<void(const std::string& name, const std::string& reason)>& refuse);
+
 // SQLite's set-up for the whole process. Databases also work without it, untuned and with SQLite's
 // own messages unheard.
 class CSqliteDatabase {

@@ -53,6 +53,12 @@ std::string Sha256::Finish() {
     return text;
 }
 
+std::string Sha256Of(std::string_view bytes) {
+    Sha256 sum;
+    sum.Add(bytes);
+    return sum.Finish();
+}
+
 std::error_code Sha256OfFile(const ScopedFd& file, std::string& checksum) {
     Sha256 sum;
     std::string block;

@@ -31,6 +31,9 @@ class Sha256 {
     std::unique_ptr<evp_md_ctx_st, Closer> m_context;
 };
 
+// That of bytes that are all there.
+std::string Sha256Of(std::string_view bytes);
+
 // The checksum of the file from its beginning; errors are those of reading.
 std::error_code Sha256OfFile(const ScopedFd& file, std::string& checksum);
 

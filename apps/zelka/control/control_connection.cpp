@@ -11,7 +11,6 @@ using ZelkaCore::VarlinkReply;
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
 constexpr std::size_t kReadSize = 65'536;
 
 // As long as so many bytes are not sent, no more answers are made.
@@ -34,7 +33,7 @@ bool ControlConnection::Step() {
             return false;
         }
     }
-    if (m_patience && Clock::now() >= *m_patience) {
+    if (m_takeUntil && Clock::now() >= *m_takeUntil) {
         return false;
     }
     return !m_isDeaf || m_call || !m_output.empty();
@@ -47,10 +46,10 @@ bool ControlConnection::Flush() {
             return false;
         }
         if (sent == 0) {
-            m_patience = m_patience ? m_patience : Clock::now() + kPatience;
+            m_takeUntil = m_takeUntil ? m_takeUntil : Clock::now() + m_patience;
             return true;
         }
-        m_patience.reset();
+        m_takeUntil.reset();
         m_sent += sent;
         if (m_sent == m_output.size()) {
             m_output.clear();
@@ -151,5 +150,5 @@ ZelkaCore::AwaitedDescriptor ControlConnection::Awaited() const {
 
 ZelkaCore::Deadline ControlConnection::Until() const {
     const auto& call = m_call ? m_call->Until() : std::nullopt;
-    return m_patience && call ? std::min(*m_patience, *call) : m_patience ? m_patience : call;
+    return m_takeUntil && call ? std::min(*m_takeUntil, *call) : m_takeUntil ? m_takeUntil : call;
 }

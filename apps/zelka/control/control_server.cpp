@@ -35,8 +35,8 @@ void Shorten(ZelkaCore::Deadline& deadline, const ZelkaCore::Deadline& other) {
 
 }  // namespace
 
-ControlServer::ControlServer(ControlTarget& target)
-    : CRunnable(false, -1, false), m_target(target) {
+ControlServer::ControlServer(ControlTarget& target, std::chrono::milliseconds patience)
+    : CRunnable(false, -1, false), m_target(target), m_patience(patience) {
 }
 
 ControlServer::~ControlServer() {
@@ -108,8 +108,8 @@ void ControlServer::Admit(ScopedFd connection) {
     }
     const bool isTrusted = IsPeerTrusted(connection.Get());
     const bool isTooMany = m_connections.size() >= kMostConnections;
-    m_connections.emplace_back(std::move(connection), m_target,
-                               [wake = m_wake->Get()] { (void)SetEvent(wake); });
+    const auto wake = [event = m_wake->Get()] { (void)SetEvent(event); };
+    m_connections.emplace_back(std::move(connection), m_target, wake, m_patience);
     if (!isTrusted) {
         m_connections.back().Refuse(
             {.error = std::string(kServiceInterface) + ".PermissionDenied"});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <list>
 #include <optional>
 #include <string>
@@ -16,8 +17,11 @@
 // then. The protocol is Varlink, the interface docs/com.orvane.zelka.varlink.
 class ControlServer : public ZelkaCore::CRunnable {
   public:
+    // Who takes none of its answers for so long is dropped.
+    static constexpr std::chrono::milliseconds kPatience{10'000};
+
     // `target` outlives the server.
-    explicit ControlServer(ControlTarget& target);
+    explicit ControlServer(ControlTarget& target, std::chrono::milliseconds patience = kPatience);
     ~ControlServer() override;
 
     // Listens at `path` and starts the thread. False, with a warning logged, if that failed.
@@ -46,6 +50,7 @@ class ControlServer : public ZelkaCore::CRunnable {
 
     // Constant once the thread runs.
     ControlTarget& m_target;
+    const std::chrono::milliseconds m_patience;
     LocalListener m_listener;
     std::optional<ScopedHandle> m_wake;
 

@@ -9,14 +9,17 @@
 #include <wx/stdpaths.h>
 #include <wx/translation.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
 
-#include "apps/zelka/host/program_paths.h"
+#include "apps/start/program_paths.h"
+#include "apps/start/registry_file.h"
 #include "apps/zelka/version.h"
 #include "apps/zelka/zelka.h"
 #include "platform/clock_change.h"
+#include "platform/journal.h"
 #include "platform/process_setup.h"
 #include "platform/regkey.h"
 #include "platform/stop_signals.h"
@@ -30,13 +33,8 @@
 
 namespace {
 
-constexpr const char* kRegistryFile = "/etc/zelka/registry.ini";
 constexpr int kSeedRounds = 100;
-
-std::string RegistryFile() {
-    const char* chosen = std::getenv("ZELKA_REGISTRY");
-    return chosen != nullptr && *chosen != '\0' ? chosen : kRegistryFile;
-}
+constexpr std::chrono::seconds kJournalPatience{2};
 
 void SeedRandomGenerator() {
     for (int round = 0; round < kSeedRounds; ++round) {
@@ -101,7 +99,7 @@ bool CAgentApp::OnInit() {
     (void)wxLog::GetActiveTarget();
     wxStandardPaths::Get().UseAppInfo(wxStandardPaths::AppInfo_AppName |
                                       wxStandardPaths::AppInfo_VendorName);
-    PublishProgramPaths();
+    PublishOwnPaths();
     (void)m_pDom->Set("app.version", ZELKA_VERSION);
     SetVendorName(TranslatedMaker());
 
@@ -134,6 +132,7 @@ CAgentApp::~CAgentApp() {
     delete std::exchange(m_pParentWindow, nullptr);
     TeardownOncePerProcess();
     (void)wxLog::SetActiveTarget(outer);
+    SettleJournal(kJournalPatience);
 }
 
 void CAgentApp::TeardownOncePerProcess() {

@@ -1,6 +1,6 @@
 // Where the program lies.
 
-#include "apps/zelka/host/program_paths.h"
+#include "apps/start/program_paths.h"
 
 #include <wx/log.h>
 
@@ -21,27 +21,11 @@ wxString ProgramPath() {
 
 }  // namespace
 
-wxFileName MakerFolder(const wxFileName& bin) {
-    wxFileName maker = bin;
-    if (maker.GetDirCount() >= 2) {
-        maker.RemoveLastDir();
-        if (!maker.GetPath(wxPATH_GET_VOLUME).Contains(kMaker)) {
-            maker = bin;
-        }
-    }
-    return maker;
-}
-
-void CAgentApp::PublishProgramPaths() {
+void CAgentApp::PublishOwnPaths() {
     wxFileName bin(ProgramPath(), wxPATH_NATIVE);
     if (!bin.IsOk()) {
         bin.Assign(argv[0]);
         (void)bin.MakeAbsolute();
     }
-    wxFileName lib = bin;
-    (void)lib.AppendDir("lib");
-    (void)m_pDom->SetWx("app.path.exe", bin.GetFullPath());
-    (void)m_pDom->SetWx("app.path.bin", bin.GetPath(wxPATH_GET_VOLUME));
-    (void)m_pDom->SetWx("app.path.lib", lib.GetPath(wxPATH_GET_VOLUME));
-    (void)m_pDom->SetWx("app.path.ov", MakerFolder(bin).GetPath(wxPATH_GET_VOLUME));
+    PublishProgramPaths(bin, *m_pDom);
 }

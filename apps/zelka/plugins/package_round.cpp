@@ -1,17 +1,15 @@
 #include "apps/zelka/plugins/package_round.h"
 
-#include <wx/dir.h>
 #include <wx/filefn.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
+#include "apps/start/waiting_packages.h"
 #include "apps/zelka/version.h"
 #include "platform/error.h"
-#include "platform/move_file.h"
 #include "platform/service.h"
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
@@ -31,26 +29,11 @@ namespace {
 // Where a package is on its way to being deleted; if it stays there, it goes as a temporary file.
 constexpr const char* kAsideName = ".zelka-unzip-removed";
 
-// What is the agent's own, wherever its working folder is.
-std::vector<std::string> OwnPlaces(const ZelkaCore::CDom& dom, const wxString& folder) {
-    const wxString work = dom.GetWxString("app.path.work");
-    std::vector<std::string> places{ToUtf8(folder) + "/" + ZelkaCore::kPackagesLock,
-                                    ToUtf8(folder) + "/" + ZelkaCore::kKeptFolder,
-                                    ToUtf8(folder) + "/" + kPendingDeletesName};
-    if (!work.empty()) {
-        for (const char* own : {"", "/log", "/plugins/zelka_core", "/plugins/diag"}) {
-            places.push_back(ToUtf8(work) + own);
-        }
-        places.push_back(ToUtf8(dom.GetWxString("app.path.ini")));
-    }
-    return places;
-}
-
 // What this start is called where starts are counted; the service manager's word for it, if there
 // is one, also names what it runs before the agent.
 std::string NameOfStart() {
-    const char* invocation = std::getenv("INVOCATION_ID");
-    return invocation != nullptr ? invocation : std::to_string(ZelkaCore::TimeNowMillis());
+    std::string name = NameOfServiceStart();
+    return name.empty() ? std::to_string(ZelkaCore::TimeNowMillis()) : name;
 }
 
 ZelkaCore::PackageHost HostOf(const ZelkaCore::CDom& dom) {
@@ -233,14 +216,6 @@ bool PackageRound::ReportLeft(const wxString& path, std::error_code error) {
         wxLogSysError(error.value(), "Unable to delete %s", path);
     }
     return !error;
-}
-
-wxSortedArrayString ListFiles(const wxString& folder, const wxString& pattern) {
-    wxArrayString found;
-    if (wxDir::Exists(folder)) {
-        (void)wxDir::GetAllFiles(folder, &found, pattern, wxDIR_FILES);
-    }
-    return wxSortedArrayString(found);
 }
 
 void DeleteFile(const wxString& path) {

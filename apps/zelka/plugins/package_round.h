@@ -1,6 +1,5 @@
 #pragma once
 
-#include <wx/arrstr.h>
 #include <wx/string.h>
 
 #include <cstddef>
@@ -15,6 +14,7 @@
 #include "zelka_core/package/package_settlement.h"
 #include "zelka_core/package/signed_package.h"
 #include "zelka_core/package/trust_folder.h"
+#include "zelka_core/store/agent_event_codes.h"
 
 class wxFileName;
 
@@ -27,10 +27,10 @@ class CDom;
 
 // How a package ended, as the codes of the agent events that tell of it.
 enum class PackageOutcome {
-    kInstalled = 5101,
-    kNotInstalled = 5102,
-    kRemoved = 5105,
-    kNotRemoved = 5106
+    kInstalled = ZelkaCore::kEventPackageInstalled,
+    kNotInstalled = ZelkaCore::kEventPackageNotInstalled,
+    kRemoved = ZelkaCore::kEventPackageRemoved,
+    kNotRemoved = ZelkaCore::kEventPackageNotRemoved
 };
 
 // One round of packages over the program's folder: one agent at a time has one, and what it does
@@ -86,10 +86,6 @@ class PackageRound {
     std::vector<std::string> m_deleted;  // of that, without links
     std::optional<ZelkaCore::PackageSettlement> m_settlement;
 };
-
-// The full paths of the files in the folder that match a pattern, ascending: no folders, nothing
-// hidden, and with regard to case. Empty if there is no such folder.
-wxSortedArrayString ListFiles(const wxString& folder, const wxString& pattern);
 
 // Deletes a file or a link. What is gone already is no trouble, and a folder stays; that something
 // cannot be deleted stands in the log.

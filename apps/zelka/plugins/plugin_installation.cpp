@@ -8,8 +8,9 @@
 
 #include <utility>
 
+#include "apps/start/relay_conflict.h"
+#include "apps/start/waiting_packages.h"
 #include "apps/zelka/plugins/package_round.h"
-#include "apps/zelka/plugins/relay_conflict.h"
 #include "apps/zelka/zelka.h"
 #include "platform/regkey.h"
 #include "platform/service.h"
@@ -20,12 +21,6 @@
 #include "zelka_core/text.h"
 
 namespace {
-
-constexpr const char* kPackages = "*.zkp";
-constexpr const char* kCorePackages = "Agent-*Core*";
-constexpr const char* kUpgradeFlag = "ZelkaUpgradeFlag";
-constexpr const char* kNewVersionSetting = "zelka_version_new";
-constexpr const char* kNoAgentModeMarker = "/etc/brennix-bld";
 
 void DeleteAll(const wxArrayString& files) {
     for (const wxString& file : files) {
@@ -42,9 +37,8 @@ void DeleteIfAny(const wxString& file) {
 // The flag, a key of the registry, stops this one round: all packages go, and the flag with them.
 // Without it only packages of the agent's own core go.
 void DeleteUnwantedPackages(const wxString& bin) {
-    wxRegKey software(wxRegKey::HKLM, "Software");
-    if (!software.Open(wxRegKey::Read) || !software.HasSubKey(kUpgradeFlag)) {
-        DeleteAll(ListFiles(bin, kCorePackages));
+    if (!IsUpgradeFlagged()) {
+        DeleteAll(ListCorePackages(bin));
         return;
     }
     wxLogWarning("UpgradeException flag exist, should remove downloaded plugins");
@@ -52,8 +46,7 @@ void DeleteUnwantedPackages(const wxString& bin) {
         wxLogWarning("Delete plugin %s", package);
         DeleteFile(package);
     }
-    (void)software.DeleteKey(kUpgradeFlag);
-    software.Close();
+    (void)wxRegKey(wxRegKey::HKLM, "Software").DeleteKey(kUpgradeFlag);
 }
 
 // Lua archives of the kind of relay that this installation is not.
@@ -64,10 +57,6 @@ void DeleteArchivesOfOtherKind(const wxString& folder, const RelayPackages& rela
             DeleteFile(archive);
         }
     }
-}
-
-bool IsSkippedInAgentMode(const wxString& type) {
-    return type == "VMWARE" && !wxFileExists(kNoAgentModeMarker);
 }
 
 }  // namespace

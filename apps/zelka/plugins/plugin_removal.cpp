@@ -6,6 +6,7 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include "apps/start/waiting_packages.h"
 #include "apps/zelka/plugins/package_round.h"
 #include "apps/zelka/zelka.h"
 #include "platform/service.h"
@@ -19,7 +20,7 @@ void CAgentApp::UninstallOldPlugins() {
 
     CheckOldWebServer();
 
-    const wxSortedArrayString packages = ListFiles(binDir.GetPath(wxPATH_GET_VOLUME), "*.zku");
+    const wxSortedArrayString packages = ListFiles(binDir.GetPath(wxPATH_GET_VOLUME), kRemovals);
     for (std::size_t i = 0; i < packages.size(); ++i) {
         const wxFileName package(packages[i]);
         ReportPackage("removing", i + 1, packages.size(), package);

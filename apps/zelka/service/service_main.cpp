@@ -13,6 +13,7 @@
 #include "platform/crash.h"
 #include "platform/memory.h"
 #include "platform/regkey.h"
+#include "zelka_core/log/journal.h"
 #include "zelka_core/log/log2disk.h"
 #include "zelka_core/log/system_error.h"
 #include "zelka_core/log/trace.h"
@@ -49,7 +50,7 @@ void ServiceMainEntry(DWORD argc, const wchar_t** argv) {
 
 void CAgentApp::ServiceMain(unsigned count, const wchar_t** arguments) {
     m_isService = true;
-    ZelkaCore::CLog2Disk::UseJournal();
+    ZelkaCore::UseJournal(m_pDom->Get("app.name"), m_pDom->Get("app.path.work"));
     ZELKA_TRACE("Srvc", kFunction, "ServiceMain() - svc name is '%s'", arguments[0]);
     (void)m_pDom->SetWx("app.windows.service.name", arguments[0]);
 

@@ -9,6 +9,7 @@
 #include "zelka_core/lua/lua_interpreter.h"
 #include "zelka_core/lua/lua_report.h"
 #include "zelka_core/store/agent_event.h"
+#include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/store/dom.h"
 #include "zelka_core/text.h"
 
@@ -21,7 +22,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kStalled = 5202;              // the code of the agent event
 constexpr milliseconds kLookPatience{200};  // for the script to come by and say where it is
 
 milliseconds LimitOf(const CDom& dom) {
@@ -70,8 +70,8 @@ bool StallWatch::Look(CLuaInterpreter& lua, CDom& dom) {
     wxLogWarning("The application has not waited for %lld ms; it is in %s\n%s",
                  static_cast<long long>(length.count()), FromUtf8(place),
                  isGiven ? FromUtf8(answer->stack) : "its stack follows when that returns");
-    CAgentEvent event =
-        CAgentEvent::Now(kStalled, CAgentEvent::SeverityWarning, FromUtf8("stall|" + place));
+    CAgentEvent event = CAgentEvent::Now(ZelkaCore::kEventStalled, CAgentEvent::SeverityWarning,
+                                         FromUtf8("stall|" + place));
     dom.AgentEventWrite(event);
     return true;
 }

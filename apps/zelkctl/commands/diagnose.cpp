@@ -39,7 +39,7 @@ void AddDiagnoseCommand(CLI::App& app, const Options& options) {
     auto* command = app.add_subcommand(
         "diagnose", "One archive with all that is to be known of an agent, to send to its maker");
     auto given = std::make_shared<Arguments>();
-    command->add_option("FILE.zip", given->file, "the archive")->required();
+    command->add_option("FILE.zip", given->file, "the archive")->type_name("")->required();
     command->add_flag("--dumps", given->hasDumps, "with crash dumps, which hold its memory");
     command->callback([&options, given] { RunDiagnose(options, *given); });
 }

@@ -32,7 +32,7 @@ Json EventsAfter(Agent& agent, Arguments given) {
     Json all = Json::array();
     for (;;) {
         const Json reply = agent.Call("ListEvents", ParametersOf(given));
-        const Json& events = MemberPart(reply, "events");
+        const Json& events = agent.Part(reply, "events");
         const auto last = events.empty() ? std::nullopt : MemberNumber(events.back(), "id");
         all.insert(all.end(), events.begin(), events.end());
         if (!last || *last <= *given.after) {
@@ -42,17 +42,28 @@ Json EventsAfter(Agent& agent, Arguments given) {
     }
 }
 
+Json WithoutAgent(const Options& options, const Arguments& given, const std::string& reason) {
+    try {
+        Json reply = EventsOnDisk(options.workdir, given.after);
+        Tell(reason + "; these are the events in its database");
+        return reply;
+    } catch (const CommandError& error) {
+        throw CommandError(reason + "; " + error.what(), error.Code());
+    }
+}
+
 Json ListEvents(const Options& options, const Arguments& given) {
     try {
         Agent agent(options.workdir);
-        return given.after ? EventsAfter(agent, given)
-                           : agent.Call("ListEvents", ParametersOf(given));
+        Json reply =
+            given.after ? EventsAfter(agent, given) : agent.Call("ListEvents", ParametersOf(given));
+        (void)agent.Part(reply, "events");
+        return reply;
     } catch (const CommandError& error) {
         if (error.Code() != ExitCode::kNoAgent) {
             throw;
         }
-        Tell(std::string(error.what()) + "; these are the events in its database");
-        return EventsOnDisk(options.workdir, given.after);
+        return WithoutAgent(options, given, error.what());
     }
 }
 
@@ -76,6 +87,7 @@ void RunEvents(const Options& options, const Arguments& given) {
     agent.Start("ListEvents", ParametersOf(given));
     for (bool isOver = false; !isOver;) {
         const Agent::Reply reply = agent.NextWhenever();
+        (void)agent.Part(reply.parameters, "events");
         PrintEvents(options, reply.parameters, table);
         isOver = reply.isLast;
     }

@@ -1,15 +1,12 @@
 #include <cstdio>
 #include <memory>
-#include <optional>
 
 #include "apps/zelkctl/commands.h"
 #include "apps/zelkctl/log_files.h"
+#include "apps/zelkctl/log_reader.h"
 #include "apps/zelkctl/output.h"
 #include "apps/zelkctl/reply.h"
-#include "platform/file.h"
-#include "platform/folder_tree.h"
 #include "platform/folder_watch.h"
-#include "platform/private_file.h"
 
 namespace {
 
@@ -55,48 +52,6 @@ class LinePrinter {
     std::string m_begun;
 };
 
-// A log file from where it was opened on.
-class LogReader {
-  public:
-    explicit LogReader(const std::string& path) : m_path(path) {}
-
-    // The file that has the name now.
-    std::error_code Open() { return OpenRegularStream(m_path, m_file); }
-
-    [[nodiscard]] std::FILE* File() const { return m_file.get(); }
-
-    // Hands on what has been written, also that to a file that has the name by now.
-    void ReadOn(LinePrinter& lines) {
-        Drain(lines);
-        const FileVersion mine = VersionOf(m_file.get());
-        std::optional<FileIdentity> named;
-        if (IdentityOf(m_path, named) || !named) {
-            return;  // it is being renamed: a new one follows
-        }
-        const bool isShortened = mine.size < std::ftell(m_file.get());
-        if (*named == FileIdentity{mine.device, mine.inode} && !isShortened) {
-            return;
-        }
-        Drain(lines);
-        lines.End();
-        if (!Open()) {
-            Drain(lines);
-        }
-    }
-
-  private:
-    void Drain(LinePrinter& lines) {
-        char block[65'536];
-        std::clearerr(m_file.get());
-        while (const std::size_t size = std::fread(block, 1, sizeof block, m_file.get())) {
-            lines.Take({block, size});
-        }
-    }
-
-    std::string m_path;
-    FileStream m_file;
-};
-
 void RunLog(const Options& options, const Arguments& given) {
     const std::string path = CurrentLogOf(options.workdir);
     const auto check = [&path](const std::error_code& error) {
@@ -116,7 +71,7 @@ void RunLog(const Options& options, const Arguments& given) {
         lines.End();
     }
     while (given.follows) {
-        log.ReadOn(lines);
+        log.ReadOn([&lines](std::string_view bytes) { lines.Take(bytes); });
         check(watch.Wait());
     }
 }
@@ -127,6 +82,6 @@ void AddLogCommand(CLI::App& app, const Options& options) {
     auto* command = app.add_subcommand("log", "The last lines of the log, also without an agent");
     auto given = std::make_shared<Arguments>();
     command->add_flag("-f,--follow", given->follows, "go on with those that come, until Ctrl-C");
-    command->add_option("-n", given->count, "so many lines")->capture_default_str();
+    command->add_option("-n", given->count, "so many lines")->type_name("N")->capture_default_str();
     command->callback([&options, given] { RunLog(options, *given); });
 }

@@ -61,9 +61,10 @@ void RunRun(const Options& options, const Arguments& given) {
 }  // namespace
 
 void AddRunCommand(CLI::App& app, const Options& options) {
-    auto* command = app.add_subcommand("run", "Runs Lua text in the agent, as a task of its own");
+    auto* command = app.add_subcommand("run", "Runs Lua text in the agent, and prints its values");
     auto given = std::make_shared<Arguments>();
-    command->add_option("CHUNK", given->chunk, "the text; '-' for standard input");
-    command->add_option("--file", given->file, "a file that holds the text");
+    command->add_option("CHUNK", given->chunk, "the text, or '-' for standard input")
+        ->type_name("");
+    command->add_option("--file", given->file, "a file that holds the text")->type_name("FILE");
     command->callback([&options, given] { RunRun(options, *given); });
 }

@@ -10,12 +10,13 @@ void AddStacksCommand(CLI::App& app, const Options& options) {
     auto withLocals = std::make_shared<bool>(false);
     command->add_flag("--locals", *withLocals, "with their local variables");
     command->callback([&options, withLocals] {
-        const auto reply =
-            Agent(options.workdir).Call("GetStacks", ZelkaCore::Json{{"locals", *withLocals}});
+        Agent agent(options.workdir);
+        const auto reply = agent.Call("GetStacks", ZelkaCore::Json{{"locals", *withLocals}});
+        const auto& threads = agent.Part(reply, "threads");
         if (options.isJson) {
             PrintJson(reply);
         } else {
-            Print(StacksText(reply));
+            Print(StacksText(threads));
             TellLeftOut(reply);
         }
     });

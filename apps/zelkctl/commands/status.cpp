@@ -79,11 +79,13 @@ void PrintStatus(const Json& status) {
 }
 
 void RunStatus(const Options& options) {
-    const Json reply = Agent(options.workdir).Call("GetStatus");
+    Agent agent(options.workdir);
+    const Json reply = agent.Call("GetStatus");
+    const Json& status = agent.Part(reply, "status");
     if (options.isJson) {
         PrintJson(reply);
     } else {
-        PrintStatus(MemberPart(reply, "status"));
+        PrintStatus(status);
     }
 }
 

@@ -7,13 +7,15 @@
 namespace {
 
 void RunTasks(const Options& options) {
-    const auto reply = Agent(options.workdir).Call("ListTasks");
+    Agent agent(options.workdir);
+    const auto reply = agent.Call("ListTasks");
+    const auto& tasks = agent.Part(reply, "threads");
     if (options.isJson) {
         PrintJson(reply);
         return;
     }
     Table table({"TASK", "STATE", "WAITS FOR", "SINCE", "PLACE"});
-    for (const auto& task : MemberPart(reply, "threads")) {
+    for (const auto& task : tasks) {
         table.Add({MemberText(task, "name"), MemberText(task, "state"),
                    MemberText(task, "waits_for"), MemberDuration(task, "since_ms"),
                    MemberText(task, "place")});

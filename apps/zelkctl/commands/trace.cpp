@@ -15,6 +15,9 @@ using ZelkaCore::Json;
 Json ChangeOf(const std::vector<std::string>& words) {
     Json change{{"add", Json::array()}, {"remove", Json::array()}};
     for (const std::string& word : words) {
+        if (word == "-h") {
+            throw CLI::CallForHelp();
+        }
         const bool isChange =
             word.size() > 1 && (word[0] == '+' || word[0] == '-') && word[1] != '-';
         if (!isChange) {
@@ -30,11 +33,12 @@ void RunTrace(const Options& options, const std::vector<std::string>& words) {
     const Json change = ChangeOf(words);
     Agent agent(options.workdir);
     const Json reply = words.empty() ? agent.Call("GetTrace") : agent.Call("ChangeTrace", change);
+    const Json& modules = agent.Part(reply, "modules");
     if (options.isJson) {
         PrintJson(reply);
         return;
     }
-    for (const Json& module : MemberPart(reply, "modules")) {
+    for (const Json& module : modules) {
         PrintLine(Shown(RawText(module)));
     }
 }
@@ -47,9 +51,9 @@ void AddTraceCommand(CLI::App& app, Options& options) {
     // What is no option here is a module to remove, be it an option of the program.
     command->fallthrough(false)->allow_extras();
     command->set_help_flag("--help", "Print this help message and exit");
-    AddCommonOptions(*command, options);
+    AddCommonOptions(*command, options, "");
     auto modules = std::make_shared<std::vector<std::string>>();
-    command->add_option("CHANGE", *modules, "+MODULE to trace it, -MODULE not to, any number");
+    command->add_option("CHANGE", *modules, "+MODULE to trace it, -MODULE not to")->type_name("");
     command->callback([&options, command, modules] {
         std::vector<std::string> words = *modules;
         for (std::string& extra : command->remaining()) {

@@ -49,22 +49,43 @@ void WarnOnce(const std::string& fault, const std::string& message) {
     }
 }
 
-std::optional<std::string> Refuse(const std::string& path, const std::string& reason) {
-    const std::string message = path + ": the registry counts as empty: " + reason;
-    WarnOnce(message, message);
+// The content as it is; empty for a missing file. Nothing, with the reason, if it cannot be had.
+std::optional<std::string> ReadContent(const std::string& path, std::string& reason) {
+    ScopedFd file;
+    std::string content;
+    auto error = OpenRegularFile(path, file);
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        return content;
+    }
+    error = error ? error : ReadAtMost(file, kSizeLimit + 1, content);
+    if (!error && content.size() <= kSizeLimit) {
+        return content;
+    }
+    reason = "the registry counts as empty: " +
+             (error ? error.message() : std::string("it is larger than 1 MiB"));
     return std::nullopt;
 }
 
-void WarnOfMalformedLines(const std::string& path, std::string_view content) {
+std::vector<RegistryReader::Line> MalformedLines(std::string_view content) {
+    std::vector<RegistryReader::Line> lines;
     RegistryReader reader(content);
     while (reader.Next()) {
-        const RegistryReader::Line& line = reader.Current();
-        if (line.kind == RegistryReader::Kind::Malformed) {
-            std::string fault = path;
-            fault.append("\n").append(line.problem).append(line.text.substr(0, kToldApartBy));
-            WarnOnce(fault, path + ':' + std::to_string(line.number) +
-                                ": the line is skipped: " + line.problem);
+        if (reader.Current().kind == RegistryReader::Kind::Malformed) {
+            lines.push_back(reader.Current());
         }
+    }
+    return lines;
+}
+
+std::string Problem(const RegistryReader::Line& line) {
+    return std::string("the line is skipped: ") + line.problem;
+}
+
+void WarnOfMalformedLines(const std::string& path, std::string_view content) {
+    for (const RegistryReader::Line& line : MalformedLines(content)) {
+        std::string fault = path;
+        fault.append("\n").append(line.problem).append(line.text.substr(0, kToldApartBy));
+        WarnOnce(fault, path + ':' + std::to_string(line.number) + ": " + Problem(line));
     }
 }
 
@@ -129,21 +150,30 @@ const std::string& RegistryFilePath() {
 }
 
 std::optional<std::string> ReadRegistryFile(const std::string& path) {
-    ScopedFd file;
-    std::string content;
-    auto error = OpenRegularFile(path, file);
-    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
-        return content;
+    std::string reason;
+    auto content = ReadContent(path, reason);
+    if (content) {
+        WarnOfMalformedLines(path, *content);
+    } else {
+        const std::string message = path + ": " + reason;
+        WarnOnce(message, message);
     }
-    error = error ? error : ReadAtMost(file, kSizeLimit + 1, content);
-    if (error) {
-        return Refuse(path, error.message());
-    }
-    if (content.size() > kSizeLimit) {
-        return Refuse(path, "it is larger than 1 MiB");
-    }
-    WarnOfMalformedLines(path, content);
     return content;
+}
+
+std::vector<RegistryFault> RegistryFaults() {
+    std::string reason;
+    const auto content = ReadContent(RegistryFilePath(), reason);
+    if (!content) {
+        return {{.line = 0, .text = reason}};
+    }
+    const auto lines = MalformedLines(*content);
+    std::vector<RegistryFault> faults;
+    faults.reserve(lines.size());
+    for (const RegistryReader::Line& line : lines) {
+        faults.push_back({.line = line.number, .text = Problem(line)});
+    }
+    return faults;
 }
 
 bool CanReplaceRegistryFile(const std::string& path) {

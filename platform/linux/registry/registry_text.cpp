@@ -135,16 +135,16 @@ bool HasRegistryKey(std::string_view text, const wxString& key) {
     return false;
 }
 
-std::optional<wxString> FindRegistryValue(std::string_view text, const wxString& key,
-                                          const wxString& name) {
+std::optional<RegistryValue> FindRegistryValue(std::string_view text, const wxString& key,
+                                               const wxString& name) {
     const wxString wanted = CanonicalValueName(name);
-    std::optional<wxString> found;
+    std::optional<RegistryValue> found;
     RegistryReader reader(text);
     while (reader.Next()) {
         const RegistryReader::Line& line = reader.Current();
         if (line.kind == RegistryReader::Kind::Value && reader.Key() == key &&
             line.name == wanted) {
-            found = line.data;
+            found = RegistryValue{.data = line.data, .line = line.number};
         }
     }
     return found;

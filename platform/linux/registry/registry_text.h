@@ -49,9 +49,14 @@ class RegistryReader {
 // Whether the text has a group of the key or of one below it.
 bool HasRegistryKey(std::string_view text, const wxString& key);
 
-// The data of the last value of that name, which is taken without regard to case.
-std::optional<wxString> FindRegistryValue(std::string_view text, const wxString& key,
-                                          const wxString& name);
+struct RegistryValue {
+    wxString data;
+    std::size_t line = 0;  // counts from 1
+};
+
+// The last value of that name, which is taken without regard to case.
+std::optional<RegistryValue> FindRegistryValue(std::string_view text, const wxString& key,
+                                               const wxString& name);
 
 // The text without the groups of the key and of those below it; their comments and malformed lines
 // stay.

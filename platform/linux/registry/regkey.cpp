@@ -112,7 +112,7 @@ bool wxRegKey::QueryValue(const wxString& name, wxString& data) const {
     }
     const auto found = FindRegistryValue(Content(), m_key, name);
     if (found) {
-        data = *found;
+        data = found->data;
     }
     return found.has_value();
 }
@@ -120,6 +120,11 @@ bool wxRegKey::QueryValue(const wxString& name, wxString& data) const {
 bool wxRegKey::QueryValue(const wxString& name, long* data) const {
     wxString text;
     return QueryValue(name, text) && ParseNumber(text.utf8_string(), *data);
+}
+
+std::size_t wxRegKey::LineOf(const wxString& name) const {
+    const auto found = m_key.empty() ? std::nullopt : FindRegistryValue(Content(), m_key, name);
+    return found ? found->line : 0;
 }
 
 bool wxRegKey::DeleteKey(const wxString& name) {

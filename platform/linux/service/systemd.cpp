@@ -13,8 +13,10 @@
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/scoped_fd.h"
+#include "platform/service.h"
 
 namespace {
 
@@ -90,6 +92,50 @@ bool Warn(const char* what, const std::string& file, int error) {
     return false;
 }
 
+struct MessageCloser {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageCloser>;
+
+// The object of a unit, also of one that does not run; empty if it cannot be had, with a positive
+// code in `error`.
+std::string UnitPath(sd_bus* bus, const std::string& unit, int& error) {
+    sd_bus_message* answer = nullptr;
+    const char* path = nullptr;
+    int result = sd_bus_call_method(bus, kManager, kManagerPath, kManagerInterface, "LoadUnit",
+                                    nullptr, &answer, "s", unit.c_str());
+    const Message owned(answer);
+    if (result >= 0) {
+        result = sd_bus_message_read(answer, "o", &path);
+    }
+    if (result < 0) {
+        error = -result;
+        return {};
+    }
+    return path;
+}
+
+// The words of the first command; none if there is none.
+int ReadFirstCommand(sd_bus_message* message, std::vector<std::string>& command) {
+    const char* program = nullptr;
+    char** words = nullptr;
+    int result = sd_bus_message_enter_container(message, 'a', "(sasbttttuii)");
+    if (result > 0) {
+        result = sd_bus_message_enter_container(message, 'r', "sasbttttuii");
+    }
+    if (result > 0) {
+        result = sd_bus_message_read(message, "s", &program);
+    }
+    if (result > 0) {
+        result = sd_bus_message_read_strv(message, &words);
+    }
+    for (char** word = words; word != nullptr && *word != nullptr; ++word) {
+        command.emplace_back(CString(*word).get());
+    }
+    std::free(words);
+    return result;
+}
+
 void ReloadManager() {
     int error = 0;
     if (const Bus bus = OpenManager(kReloadTimeout, error)) {
@@ -127,6 +173,32 @@ bool IsUnitDeactivating(const std::string& unit) {
     const CString owned(path);
     int error = 0;
     return Property(path, "org.freedesktop.systemd1.Unit", "ActiveState", error) == "deactivating";
+}
+
+std::error_code ReadServiceCommand(const std::string& unit, std::vector<std::string>& command) {
+    int error = 0;
+    const Bus bus = OpenManager(kQuestionTimeout, error);
+    const std::string path = bus ? UnitPath(bus.get(), unit, error) : std::string();
+    if (path.empty()) {
+        return {error, std::generic_category()};
+    }
+    sd_bus_message* answer = nullptr;
+    int result =
+        sd_bus_get_property(bus.get(), kManager, path.c_str(), "org.freedesktop.systemd1.Service",
+                            "ExecStart", nullptr, &answer, "a(sasbttttuii)");
+    const Message owned(answer);
+    std::vector<std::string> words;
+    if (result >= 0) {
+        result = ReadFirstCommand(answer, words);
+    }
+    if (result < 0) {
+        return {-result, std::generic_category()};
+    }
+    if (words.empty()) {
+        return std::make_error_code(std::errc::no_such_file_or_directory);
+    }
+    command = std::move(words);
+    return {};
 }
 
 UnitStopRefusal::UnitStopRefusal(std::string unit)

@@ -8,11 +8,14 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <map>
+#include <optional>
 #include <random>
 #include <thread>
 
 #include "tests/support/child_process.h"
 #include "tests/zelka_core/store/agent_database_fixture.h"
+#include "zelka_core/store/agent_database_schema.h"
 
 namespace {
 std::atomic<int> g_syncs = 0;
@@ -64,6 +67,40 @@ TEST_F(AgentDatabaseTest, ASchemaNewerThanTheProgramIsRefusedAndLeftAsItIs) {
     EXPECT_EQ(ReadFile(m_file), before);
     EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("schema version is 2"), HasSubstr("is 2")));
     EXPECT_THAT(PutAside(), IsEmpty());
+}
+
+TEST_F(AgentDatabaseTest, ALookSeesWhatIsInTheLogAndLeavesEveryFileAsItIs) {
+    using Files = std::map<std::string, std::pair<std::string, fs::file_time_type>>;
+    const auto files = [this] {
+        Files found;
+        for (const auto& entry : fs::directory_iterator(m_file.parent_path())) {
+            found[entry.path().string()] = {ReadFile(entry.path()), entry.last_write_time()};
+        }
+        return found;
+    };
+    const auto look = [&] {
+        const Files before = files();
+        const int settings =
+            OpenForLook(m_file).execAndGet("SELECT count(*) FROM setting").getInt();
+        EXPECT_TRUE(files() == before);
+        return settings;
+    };
+    std::optional<ChildProcess> agent;
+    agent.emplace([this] {
+        AgentDatabase database = Open();
+        return database.SettingStore("name", "value") && write(STDOUT_FILENO, "w\n", 2) == 2 &&
+               pause() == 0;
+    });
+    ASSERT_EQ(agent->ReadLine(), "w");
+    EXPECT_EQ(look(), 1) << "of an agent that runs";
+    agent.reset();
+    EXPECT_EQ(look(), 1) << "of an agent that was killed";
+    fs::remove(m_file.string() + "-shm");
+    EXPECT_THROW(look(), UnreadableLog);
+    ASSERT_EQ(Setting(*std::make_unique<AgentDatabase>(m_file, SqliteTuning())), "value");
+    EXPECT_EQ(look(), 1) << "of one that has ended";
+    Overwrite(std::string(10'000, 'x'));
+    EXPECT_THROW(look(), SQLite::Exception);
 }
 
 TEST_F(AgentDatabaseTest, AFileThatIsDeletedUnderAnOpenDatabaseIsBegunAgain) {

@@ -1,4 +1,4 @@
-#include "apps/zelka/host/path_templates.h"
+#include "apps/start/path_templates.h"
 
 #include <wx/tokenzr.h>
 

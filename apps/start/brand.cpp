@@ -1,4 +1,4 @@
-#include "apps/zelka/host/brand.h"
+#include "apps/start/brand.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "apps/zelka/host/fips_decision.h"
+#include "apps/start/fips_decision.h"
 
 wxString FipsSetting(const wxString& configured,
                      const std::function<std::optional<long>()>& systemPolicy) {

@@ -1,4 +1,4 @@
-#include "apps/zelka/script/semicolon_list.h"
+#include "apps/start/semicolon_list.h"
 
 #include <wx/tokenzr.h>
 

@@ -1,7 +1,8 @@
-#include "apps/zelka/plugins/relay_conflict.h"
-#include "zelka_core/archive/plugin_type.h"
+#include "apps/start/relay_conflict.h"
 
 #include <wx/filename.h>
+
+#include "zelka_core/archive/plugin_type.h"
 
 
 RelayPackages FindRelayPackages(const wxArrayString& packages) {

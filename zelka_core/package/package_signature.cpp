@@ -2,6 +2,7 @@
 
 #include <openssl/err.h>
 
+#include <new>
 #include <utility>
 
 #include "zelka_core/package/certificates.h"
@@ -12,6 +13,7 @@ namespace ZelkaCore {
 namespace {
 
 constexpr int kLeastDigest = 32;  // bytes
+constexpr long kReadAtOnce = 0x40000;
 
 using Progress = void (*)();
 
@@ -69,13 +71,18 @@ X509* FindSigner(CMS_ContentInfo* envelope, X509Stack* known, std::string& fault
 std::string ContentFault(CMS_ContentInfo* envelope, X509Stack* known, std::FILE* package,
                          Progress progress) {
     std::rewind(package);
-    const BioOwner content(BIO_new_fp(package, BIO_NOCLOSE));
-    if (content && progress != nullptr) {
-        BIO_set_callback_ex(content.get(), &OnRead);
-        BIO_set_callback_arg(content.get(), reinterpret_cast<char*>(&progress));
+    const BioOwner file(BIO_new_fp(package, BIO_NOCLOSE));
+    const BioOwner content(BIO_new(BIO_f_buffer()));  // of large pieces
+    if (!file || !content || BIO_set_read_buffer_size(content.get(), kReadAtOnce) != 1) {
+        throw std::bad_alloc();
     }
-    const bool isGood = content && CMS_verify(envelope, known, nullptr, content.get(), nullptr,
-                                              CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1;
+    (void)BIO_push(content.get(), file.get());
+    if (progress != nullptr) {
+        BIO_set_callback_ex(file.get(), &OnRead);
+        BIO_set_callback_arg(file.get(), reinterpret_cast<char*>(&progress));
+    }
+    const bool isGood = CMS_verify(envelope, known, nullptr, content.get(), nullptr,
+                                   CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1;
     const int reason = ERR_GET_REASON(ERR_peek_last_error());
     const std::string text = TakeOpenSslFault();
     if (isGood) {

@@ -22,6 +22,8 @@ const char* const kCa = "critical,CA:TRUE";
 // A folder of trust, and what comes of signatures there.
 class SignatureTest : public testing::Test {
   protected:
+    SignatureTest() { (void)umask(022); }
+
     void Trust(const std::string& name, const std::string& content) const {
         (void)m_scratch.Write("trust/" + name, content);
     }

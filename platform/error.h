@@ -18,6 +18,8 @@ enum class PlatformError {
     kLeavesFolder = 1005,
     kReservedPlace = 1006,
     kReplaced = 1007,
+    kOwnedByOthers = 1008,
+    kOpenToOthers = 1009,
     // Known by this number: the process was not started by a service manager.
     kNoServiceManager = 1063,
 };

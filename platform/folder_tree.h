@@ -22,6 +22,7 @@ struct FileVersion {
 
 // That of a file that is open.
 FileVersion VersionOf(std::FILE* file);
+FileVersion VersionOf(const ScopedFd& file);
 
 // What lies below one folder, reached part by part through descriptors, so that nothing outside of
 // it is touched, whatever links are put in the way meanwhile. A symbolic link to a folder is

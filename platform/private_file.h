@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/file.h"
 #include "platform/scoped_fd.h"
 
 // Files and folders that are closed to everyone but the running user: a folder with mode 0700 or a
@@ -31,6 +32,11 @@ bool IsPrivate(const std::string& path);
 
 // Makes an empty file, mode 0600. EEXIST if there is one.
 [[nodiscard]] std::error_code MakePrivateFile(const std::string& path);
+
+// Makes a file to write and read, mode 0600, that loses its name at once: its content goes with the
+// stream, however the process ends. What a process that was killed just then has left has no
+// content, and goes here.
+[[nodiscard]] std::error_code MakeNamelessFile(const std::string& path, FileStream& stream);
 
 // Tells one file from another that later bears the same name.
 struct FileIdentity {

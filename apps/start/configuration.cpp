@@ -14,7 +14,6 @@ using ZelkaCore::FromUtf8;
 
 namespace {
 
-constexpr const char* kFipsMode = "FIPSMode";
 constexpr const char* kStallLimit = "StallLimit";
 constexpr const char* kPackageTrial = "PackageTrial";
 constexpr const char* kDumpLevel = "DumpLevel";

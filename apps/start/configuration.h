@@ -19,6 +19,7 @@ class CDom;
 // What the ini files say to the agent itself: the keys that stand in no group.
 
 inline constexpr const char* kDefaultApplication = "zelk_agent";
+inline constexpr const char* kFipsMode = "FIPSMode";
 
 struct Configuration {
     std::optional<wxString> fipsMode;

@@ -27,3 +27,4 @@ void AddVerifyCommand(CLI::App& app, const Options& options);
 void AddRemoveCommand(CLI::App& app, const Options& options);
 void AddPackCommand(CLI::App& app, const Options& options);
 void AddSettleCommand(CLI::App& app, const Options& options);
+void AddSignCommand(CLI::App& app, const Options& options);

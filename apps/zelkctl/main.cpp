@@ -33,6 +33,7 @@ void AddCommands(CLI::App& app, Options& options) {
     AddRemoveCommand(app, options);
     AddPackCommand(app, options);
     AddSettleCommand(app, options);
+    AddSignCommand(app, options);
 }
 
 }  // namespace

@@ -25,6 +25,10 @@ class PlatformCategory : public std::error_category {
                 return "the place is reserved";
             case PlatformError::kReplaced:
                 return "something else has the name now";
+            case PlatformError::kOwnedByOthers:
+                return "it belongs to somebody other than root and this user";
+            case PlatformError::kOpenToOthers:
+                return "others than its owner can write to it";
             case PlatformError::kNoServiceManager:
                 return "no service manager started this process";
         }

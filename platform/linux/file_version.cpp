@@ -17,6 +17,11 @@ FileVersion VersionFrom(const struct stat& status) {
                         std::int64_t{status.st_mtim.tv_nsec}};
 }
 
+FileVersion VersionBehind(int file) {
+    struct stat status {};
+    return fstat(file, &status) == 0 ? VersionFrom(status) : FileVersion();
+}
+
 // kReplaced unless the name is that of the given version, or of a link to it.
 std::error_code CheckVersion(int folder, const std::string& name, const FileVersion& version) {
     struct stat status {};
@@ -29,8 +34,11 @@ std::error_code CheckVersion(int folder, const std::string& name, const FileVers
 }  // namespace
 
 FileVersion VersionOf(std::FILE* file) {
-    struct stat status {};
-    return fstat(fileno(file), &status) == 0 ? VersionFrom(status) : FileVersion();
+    return VersionBehind(fileno(file));
+}
+
+FileVersion VersionOf(const ScopedFd& file) {
+    return VersionBehind(file.Get());
 }
 
 // The system cannot rename on a condition. So it is looked before, and what came in between gets

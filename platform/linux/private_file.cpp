@@ -108,6 +108,22 @@ std::error_code MakePrivateFile(const std::string& path) {
     return file.IsOpen() ? std::error_code() : LastSystemError();
 }
 
+std::error_code MakeNamelessFile(const std::string& path, FileStream& stream) {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    (void)unlink(path.c_str());
+    ScopedFd file(open(path.c_str(), kFlags, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen() || unlink(path.c_str()) != 0) {
+        return LastSystemError();
+    }
+    FileStream opened(fdopen(file.Get(), "w+b"));
+    if (!opened) {
+        return LastSystemError();
+    }
+    (void)file.Release();  // now the stream's own
+    stream = std::move(opened);
+    return {};
+}
+
 std::error_code IdentityOf(const std::string& path, std::optional<FileIdentity>& identity) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0) {

@@ -66,10 +66,12 @@ class Extraction {
     // Everything that is judged before the callback is asked.
     bool Prepare() {
         std::string fault;
-        if (!m_archive.Open(m_archivePath, fault)) {
+        FileStream* const content = m_options.content;
+        if (!(content != nullptr ? m_archive.Open(std::move(*content), fault)
+                                 : m_archive.Open(m_archivePath, fault))) {
             return Fail(fault);
         }
-        if (m_options.opened != nullptr) {
+        if (m_options.opened != nullptr && content == nullptr) {
             *m_options.opened = m_archive.Version();
         }
         if (!CheckPackage(m_archive.Entries(), m_paths, fault)) {

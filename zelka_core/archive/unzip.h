@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/file.h"
 #include "platform/folder_tree.h"
 
 class wxFileName;
@@ -47,6 +48,9 @@ struct UnzipOptions {
     void (*progress)() = nullptr;
     // Receives the version of the archive that was opened.
     FileVersion* opened = nullptr;
+    // Where the bytes of the archive are if they are not to be read from its path: taken, and then
+    // `opened` is left alone.
+    FileStream* content = nullptr;
     // The path of an entry that is neither asked about nor written.
     std::string passedOver = {};
     UnzipObserver* observer = nullptr;

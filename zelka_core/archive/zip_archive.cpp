@@ -164,9 +164,10 @@ ZipArchive& ZipArchive::operator=(ZipArchive&&) noexcept = default;
 
 bool ZipArchive::Open(const std::string& path, std::string& fault) {
     FileStream file = OpenArchiveFile(path, fault);
-    if (!file) {
-        return false;
-    }
+    return file && Open(std::move(file), fault);
+}
+
+bool ZipArchive::Open(FileStream file, std::string& fault) {
     ZipDirectory directory;
     if (!ReadCentralDirectory(file.get(), directory, fault)) {
         return false;

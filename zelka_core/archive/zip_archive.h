@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/file.h"
 #include "platform/folder_tree.h"
 
 struct zip;
@@ -55,6 +56,8 @@ class ZipArchive {
     // Opens the archive and reads its directory. False leaves the object as it was and puts the
     // reason, fit to follow the archive's name, into `fault`.
     bool Open(const std::string& path, std::string& fault);
+    // The same with the archive that the stream reads, which may have no name.
+    bool Open(FileStream file, std::string& fault);
 
     // Of the file that was opened.
     [[nodiscard]] const FileVersion& Version() const { return m_version; }

@@ -8,6 +8,7 @@
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/package/package_archive.h"
+#include "zelka_core/package/package_signature.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/agent_event_codes.h"
 #include "zelka_core/store/event_journal.h"
@@ -109,8 +110,10 @@ void PackageSettlement::MarkAsFailed(const InstalledPackage& package,
         names.push_back(package.archive);
     }
     for (const std::string& name : names) {
-        if (const auto error = m_kept.Rename(name, package.archive + ".failed")) {
-            notes.push_back(ForOperators(name) + ": " + error.message());
+        for (const char* part : {"", kSignatureEnding}) {
+            if (const auto error = m_kept.Rename(name + part, package.archive + ".failed" + part)) {
+                notes.push_back(ForOperators(name + part) + ": " + error.message());
+            }
         }
     }
 }

@@ -86,7 +86,19 @@ AgentDatabase::AgentDatabase(const fs::path& file, const SqliteTuning& tuning)
     : m_file(Absolute(file)), m_tuning(tuning) {
 }
 
-AgentDatabase::~AgentDatabase() = default;
+// The last one to close a database takes its -wal file over, which others are not to see by half.
+AgentDatabase::~AgentDatabase() {
+    const MutexLock lock(m_mutex);
+    if (!m_connection) {
+        return;
+    }
+    try {
+        const auto folder = LockFolder(Access::Change, FolderLock::Kind::Shared);
+        m_connection.reset();
+    } catch (const std::exception&) {
+        m_connection.reset();  // whoever has the lock sees it then
+    }
+}
 
 bool AgentDatabase::SettingStore(const std::string& name, const std::string& value) {
     return Run(Access::Make, "store a setting", [&](SQLite::Database& database) {

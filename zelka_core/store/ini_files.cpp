@@ -20,9 +20,23 @@ struct Outlines {
     IniOutline global;
 };
 
-wxConvAuto Encoding() {
-    return wxConvAuto(wxFONTENCODING_DEFAULT);
-}
+// UTF-8 with or without a mark of the byte order, or UTF-16 with one: told anew for each text. The
+// framework's own conversion keeps to what it has met first, and reads both files with one.
+class Encoding : public wxMBConv {
+  public:
+    std::size_t ToWChar(wchar_t* to, std::size_t room, const char* text,
+                        std::size_t size) const override {
+        return Fresh().ToWChar(to, room, text, size);
+    }
+    std::size_t FromWChar(char* to, std::size_t room, const wchar_t* text,
+                          std::size_t size) const override {
+        return Fresh().FromWChar(to, room, text, size);
+    }
+    [[nodiscard]] wxMBConv* Clone() const override { return new Encoding; }  // the framework's
+
+  private:
+    static wxConvAuto Fresh() { return wxConvAuto(wxFONTENCODING_DEFAULT); }
+};
 
 wxString GroupPath(const wxString& group) {
     wxArrayString parts;
@@ -71,18 +85,6 @@ bool ReadOutlines(const IniPaths& paths, Outlines& both, wxString& problem) {
     const IniPaths located = LocateIniFiles(paths);
     return ReadIniOutline(located.own, both.own, problem) &&
            ReadIniOutline(located.global, both.global, problem);
-}
-
-void Locate(const Outlines& both, const wxString& group, IniEntry& entry) {
-    const IniRow* own = FindIniRow(both.own, group, entry.name);
-    const IniRow* global = FindIniRow(both.global, group, entry.name);
-    const bool isGlobal = global != nullptr && (own == nullptr || global->isFixed);
-    entry.file = isGlobal ? both.global.file : both.own.file;
-    const IniRow* row = isGlobal ? global : own;
-    if (row != nullptr) {
-        entry.name = row->name;
-        entry.line = row->line;
-    }
 }
 
 }  // namespace
@@ -144,6 +146,14 @@ const IniRow* FindIniRow(const IniOutline& outline, const wxString& group, const
     return found;
 }
 
+IniPlace FindIniPlace(const IniOutline& own, const IniOutline& global, const wxString& group,
+                      const wxString& name) {
+    const IniRow* ownRow = FindIniRow(own, group, name);
+    const IniRow* globalRow = FindIniRow(global, group, name);
+    const bool isGlobal = globalRow != nullptr && (ownRow == nullptr || globalRow->isFixed);
+    return isGlobal ? IniPlace{global.file, globalRow} : IniPlace{own.file, ownRow};
+}
+
 std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths) {
     const IniPaths located = LocateIniFiles(paths);
     auto config = std::make_unique<wxFileConfig>(
@@ -174,7 +184,12 @@ bool ReadIniGroup(const IniPaths& paths, const wxString& group, std::vector<IniE
         if (!name.Contains("/") && config->Read(name, &value)) {
             entry.value = value;
         }
-        Locate(both, path, entry);
+        const IniPlace place = FindIniPlace(both.own, both.global, path, name);
+        entry.file = place.file;
+        if (place.row != nullptr) {
+            entry.name = place.row->name;
+            entry.line = place.row->line;
+        }
         found.push_back(std::move(entry));
     }
     entries = std::move(found);

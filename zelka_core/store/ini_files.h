@@ -59,6 +59,14 @@ bool ReadIniOutline(const wxString& path, IniOutline& outline, wxString& problem
 // The last row of a key, whose value counts; null if there is none.
 const IniRow* FindIniRow(const IniOutline& outline, const wxString& group, const wxString& name);
 
+// Where the value of a key stands that counts, of those in both files.
+struct IniPlace {
+    wxString file;
+    const IniRow* row = nullptr;  // of an outline; null: the key is in neither
+};
+IniPlace FindIniPlace(const IniOutline& own, const IniOutline& global, const wxString& group,
+                      const wxString& name);
+
 // The values of both files. What cannot be read is left out, which the log tells.
 std::unique_ptr<wxFileConfig> OpenIniFiles(const IniPaths& paths);
 

@@ -13,6 +13,7 @@
 #include "platform/service.h"
 #include "zelka_core/archive/plugin_type.h"
 #include "zelka_core/archive/shown_name.h"
+#include "zelka_core/package/package_signature.h"
 #include "zelka_core/store/agent_database.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/dom.h"
@@ -53,7 +54,9 @@ void Report(const std::vector<std::string>& notes) {
 
 PackageRound::PackageRound(ZelkaCore::CDom& dom)
     : m_folder(wxFileName(dom.GetWxString("app.path.bin"), wxString()).GetPath(wxPATH_GET_VOLUME)),
+      m_workFolder(ToUtf8(dom.GetWxString("app.path.work"))),
       m_host(HostOf(dom)),
+      m_trust(ZelkaCore::kTrustFolder),
       m_reserved(OwnPlaces(dom, m_folder)) {
     bool isTold = false;
     const auto wait = [&] {
@@ -98,11 +101,14 @@ bool PackageRound::HasTrials() {
 
 bool PackageRound::Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback,
                           void* userData) {
+    if (!Admit(package)) {
+        return false;
+    }
     if (!m_settlement) {
         return Walk(package, false, callback, userData, nullptr);
     }
     ZelkaCore::PackageInstallation installation(*m_settlement, m_host,
-                                                ToUtf8(package.GetFullName()), "");
+                                                ToUtf8(package.GetFullName()), m_signed.signer);
     const bool isUnpacked = Walk(package, false, callback, userData, &installation);
     std::vector<std::string> notes;
     const bool isInstalled = installation.Finish(isUnpacked, notes);
@@ -112,6 +118,9 @@ bool PackageRound::Unpack(const wxFileName& package, ZelkaCore::UnzipCallback ca
 
 bool PackageRound::Remove(const wxFileName& package, ZelkaCore::UnzipCallback callback,
                           void* userData) {
+    if (!Admit(package)) {
+        return false;
+    }
     m_deleted.clear();
     ZelkaCore::PackageRemoval removal;
     const bool isDone = Walk(package, true, callback, userData, &removal);
@@ -121,6 +130,22 @@ bool PackageRound::Remove(const wxFileName& package, ZelkaCore::UnzipCallback ca
     return isDone;
 }
 
+bool PackageRound::Admit(const wxFileName& package) {
+    m_signed = {};
+    if (!m_trust.AsksForSignatures()) {
+        return true;
+    }
+    std::string fault;
+    if (!m_tree.IsOpen() ||
+        !ZelkaCore::OpenSignedPackage(m_tree, ToUtf8(package.GetFullName()), m_workFolder, m_trust,
+                                      &ExtendServiceTimeout, m_signed, fault)) {
+        wxLogError("%s: %s", package.GetFullPath(), FromUtf8(fault));
+        return false;
+    }
+    m_opened = m_signed.package;
+    return true;
+}
+
 bool PackageRound::Walk(const wxFileName& package, bool removes, ZelkaCore::UnzipCallback callback,
                         void* userData, ZelkaCore::UnzipObserver* observer) {
     m_allDeleted = true;
@@ -128,6 +153,7 @@ bool PackageRound::Walk(const wxFileName& package, bool removes, ZelkaCore::Unzi
                                           .reserved = m_reserved,
                                           .progress = &ExtendServiceTimeout,
                                           .opened = &m_opened,
+                                          .content = m_signed.content ? &m_signed.content : nullptr,
                                           .passedOver = ZelkaCore::kManifestName,
                                           .observer = observer};
     return m_tree.IsOpen() &&
@@ -159,23 +185,37 @@ void PackageRound::DeleteTarget(const wxString& target) {
     }
 }
 
-// A done package is not picked up again.
+// A done package is not picked up again. The signature follows it: whoever is stopped between the
+// two finds no package without one.
 void PackageRound::MarkAsDone(const wxFileName& package) {
     const std::string name = ToUtf8(package.GetFullName());
-    ReportLeft(package.GetFullPath(), m_tree.RenameIf(m_opened, name, name + ".done"));
+    const std::string done = name + ".done";
+    if (ReportLeft(package.GetFullPath(), m_tree.RenameIf(m_opened, name, done)) &&
+        m_trust.AsksForSignatures()) {
+        (void)ReportLeft(package.GetFullPath() + ZelkaCore::kSignatureEnding,
+                         m_tree.RenameIf(m_signed.signature, name + ZelkaCore::kSignatureEnding,
+                                         done + ZelkaCore::kSignatureEnding));
+    }
 }
 
 void PackageRound::DeletePackage(const wxFileName& package) {
-    ReportLeft(package.GetFullPath(),
-               m_tree.DeleteIf(m_opened, ToUtf8(package.GetFullName()), kAsideName));
+    const std::string name = ToUtf8(package.GetFullName());
+    if (ReportLeft(package.GetFullPath(), m_tree.DeleteIf(m_opened, name, kAsideName)) &&
+        m_trust.AsksForSignatures()) {
+        (void)ReportLeft(
+            package.GetFullPath() + ZelkaCore::kSignatureEnding,
+            m_tree.DeleteIf(m_signed.signature, name + ZelkaCore::kSignatureEnding, kAsideName));
+    }
 }
 
-void PackageRound::ReportLeft(const wxString& path, std::error_code error) {
+// True if nothing is left.
+bool PackageRound::ReportLeft(const wxString& path, std::error_code error) {
     if (error == PlatformError::kReplaced) {
         wxLogWarning("%s was replaced meanwhile: the new one waits for the next start", path);
     } else if (error) {
         wxLogSysError(error.value(), "Unable to delete %s", path);
     }
+    return !error;
 }
 
 void DeleteFile(const wxString& path) {

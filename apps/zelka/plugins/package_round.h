@@ -12,6 +12,8 @@
 #include "zelka_core/archive/unzip.h"
 #include "zelka_core/package/package_installation.h"
 #include "zelka_core/package/package_settlement.h"
+#include "zelka_core/package/signed_package.h"
+#include "zelka_core/package/trust_folder.h"
 #include "zelka_core/store/agent_event_codes.h"
 
 class wxFileName;
@@ -49,7 +51,8 @@ class PackageRound {
     bool HasTrials();
 
     // ZelkaCore::Unzip over the folder, with nothing of the agent's own touched. A package with a
-    // manifest is judged, put on record, and taken back if it fails (PackageInstallation).
+    // manifest is judged, put on record, and taken back if it fails (PackageInstallation). Where
+    // packages have to be signed one is read from a copy that was judged (OpenSignedPackage).
     bool Unpack(const wxFileName& package, ZelkaCore::UnzipCallback callback, void* userData);
     // The same for a package whose callback deletes, and so takes files from their owners. False
     // also if a file could not be deleted.
@@ -59,22 +62,26 @@ class PackageRound {
     // is no trouble, and a folder stays; that a file cannot be deleted stands in the log.
     void DeleteTarget(const wxString& target);
 
-    // What becomes of the package that was unpacked or removed last. One that was replaced by
-    // another meanwhile stays. The log tells what fails.
+    // What becomes of the package that was unpacked or removed last, and of its signature. One that
+    // was replaced by another meanwhile stays. The log tells what fails.
     void MarkAsDone(const wxFileName& package);
     void DeletePackage(const wxFileName& package);
 
   private:
+    [[nodiscard]] bool Admit(const wxFileName& package);
     bool Walk(const wxFileName& package, bool removes, ZelkaCore::UnzipCallback callback,
               void* userData, ZelkaCore::UnzipObserver* observer);
-    static void ReportLeft(const wxString& path, std::error_code error);
+    static bool ReportLeft(const wxString& path, std::error_code error);
 
     const wxString m_folder;
+    const std::string m_workFolder;
     const ZelkaCore::PackageHost m_host;
+    const ZelkaCore::TrustFolder m_trust;
     std::vector<std::string> m_reserved;
     LockFile m_lock;
     FolderTree m_tree;
     FileVersion m_opened;                // the package that was opened last
+    ZelkaCore::SignedPackage m_signed;   // the same, if it had to be signed
     bool m_allDeleted = true;            // what it names
     std::vector<std::string> m_deleted;  // of that, without links
     std::optional<ZelkaCore::PackageSettlement> m_settlement;

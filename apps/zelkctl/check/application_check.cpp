@@ -114,9 +114,9 @@ class Application {
         LuaArchive archive(path);
         std::string fault;
         if (!archive.Open(fault)) {
-            const std::string name = path + ": ";
-            return m_findings.Error(path,
-                                    fault.starts_with(name) ? fault.substr(name.size()) : fault);
+            // "ARCHIVE: reason", or "ARCHIVE/ENTRY: reason"
+            const auto colon = std::min(fault.find(": ", path.size()), fault.size() - 2);
+            return m_findings.Error(fault.substr(0, colon), fault.substr(colon + 2));
         }
         for (const ZipEntry& entry : archive.Entries()) {
             const std::string module = ModuleOf(entry.name);

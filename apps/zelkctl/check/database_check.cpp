@@ -14,16 +14,29 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Opens the database, if there is one, while nobody makes or moves it.
-void Look(const fs::path& file, const std::function<void(SQLite::Database&)>& work) {
+using Kind = FolderLock::Kind;
+using Work = std::function<void(SQLite::Database&)>;
+
+// While nobody makes or moves the database, if there is one, or uses it at all.
+void LookUnder(Kind kind, const fs::path& file, const Work& work) {
     constexpr std::chrono::seconds kPatience{5};
-    const auto lock =
-        ZelkaCore::LockFolder(file.parent_path(), FolderLock::Kind::Shared, kPatience);
+    const auto lock = ZelkaCore::LockFolder(file.parent_path(), kind, kPatience);
     if (lock && ZelkaCore::IdentityOf(file)) {
         SQLite::Database database = ZelkaCore::OpenForLook(file);
         ZelkaCore::KeepFilesOnClose(database);
         work(database);
     }
+}
+
+// What looks like a fault may be an agent that opens or closes the database meanwhile: it is one if
+// it is there while none does.
+void Look(const fs::path& file, const Work& work) {
+    try {
+        return LookUnder(Kind::Shared, file, work);
+    } catch (const SQLite::Exception&) {
+    } catch (const ZelkaCore::UnreadableLog&) {
+    }
+    LookUnder(Kind::Exclusive, file, work);
 }
 
 }  // namespace

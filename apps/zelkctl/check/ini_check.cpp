@@ -7,7 +7,6 @@
 #include "zelka_core/text.h"
 
 using ZelkaCore::FromUtf8;
-using ZelkaCore::IniEntry;
 using ZelkaCore::IniOutline;
 using ZelkaCore::IniPaths;
 using ZelkaCore::IniRow;
@@ -75,44 +74,37 @@ void CheckFixedKeys(const IniOutline& own, const IniOutline& global, Findings& f
     }
 }
 
-// The values that count, with their places.
-class Values {
-  public:
-    explicit Values(const IniPaths& paths) {
-        wxString told;  // by the outlines
-        (void)ReadIniGroup(paths, wxEmptyString, m_entries, told);
-    }
-
-    [[nodiscard]] const IniEntry* Find(const wxString& key) const {
-        for (const IniEntry& entry : m_entries) {
-            if (entry.name.IsSameAs(key, false)) {
-                return &entry;
-            }
-        }
-        return nullptr;
-    }
-
-    // Of an unfit value; from no file if a variable was set by an option.
-    void Blame(const wxString& key, const wxString& reason, Findings& findings) const {
-        const IniEntry* entry = Find(key);
-        const std::string text = ToUtf8(key + " " + reason) + ": the default stays";
-        findings.Error(entry != nullptr ? ToUtf8(entry->file) : "",
-                       entry != nullptr ? entry->line : 0, text);
-    }
-
-  private:
-    std::vector<IniEntry> m_entries;
+// Both files.
+struct Outlines {
+    IniOutline own;
+    IniOutline global;
 };
 
+// Where a key of the agent's stands; nothing if it was given by an option.
+ZelkaCore::IniPlace PlaceOf(const Outlines& both, const wxString& key) {
+    return FindIniPlace(both.own, both.global, ZelkaCore::kTopOfIni, key);
+}
+
+void BlameValue(const Outlines& both, const wxString& key, const wxString& reason,
+                Findings& findings) {
+    const std::string text = ToUtf8(key + " " + reason) + ": the default stays";
+    if (const auto place = PlaceOf(both, key); place.row != nullptr) {
+        findings.Error(ToUtf8(place.file), place.row->line, text);
+    } else {
+        findings.Error("", text);
+    }
+}
+
 // What looks like a no is none.
-void CheckFipsMode(const Configuration& configuration, const Values& values, Findings& findings) {
+void CheckFipsMode(const Configuration& configuration, const Outlines& both, Findings& findings) {
     const wxString mode = configuration.fipsMode.value_or(wxString());
+    const auto place = PlaceOf(both, kFipsMode);
     constexpr std::array kNos{"no", "off", "false"};
     for (const char* no : kNos) {
-        const IniEntry* entry = values.Find("FIPSMode");
-        if (entry != nullptr && IsFipsOn(mode) && mode.IsSameAs(no, false)) {
-            findings.Warning(ToUtf8(entry->file), entry->line,
-                             "FIPSMode=" + ToUtf8(mode) + " turns FIPS on; 0 turns it off");
+        if (place.row != nullptr && IsFipsOn(mode) && mode.IsSameAs(no, false)) {
+            findings.Warning(
+                ToUtf8(place.file), place.row->line,
+                std::string(kFipsMode) + "=" + ToUtf8(mode) + " turns FIPS on; 0 turns it off");
         }
     }
 }
@@ -122,20 +114,19 @@ void CheckFipsMode(const Configuration& configuration, const Values& values, Fin
 void CheckIniFiles(const Start& start, Findings& findings) {
     Findings found;
     const IniPaths paths = ZelkaCore::LocateIniFiles(IniFilesOf(*start.dom));
-    IniOutline own;
-    IniOutline global;
-    for (const auto& [path, outline] : {std::pair(paths.own, &own), {paths.global, &global}}) {
+    Outlines both;
+    for (const auto& [path, outline] :
+         {std::pair(paths.own, &both.own), {paths.global, &both.global}}) {
         if (ReadFile(path, *outline, found)) {
             CheckOutline(*outline, found);
         }
     }
-    CheckFixedKeys(own, global, found);
-    const Values values(paths);
+    CheckFixedKeys(both.own, both.global, found);
     const auto unfit = [&](const wxString& key, const wxString& reason) {
-        values.Blame(key, reason, found);
+        BlameValue(both, key, reason, found);
     };
     const Configuration configuration = ReadConfiguration(*OpenIniFiles(paths), unfit);
-    CheckFipsMode(configuration, values, found);
+    CheckFipsMode(configuration, both, found);
     PublishConfiguration(configuration, *start.dom);
     (void)ZelkaCore::TuningFrom([&](const std::string& name) { return start.dom->Get(name); },
                                 [&](const std::string& name, const std::string& reason) {

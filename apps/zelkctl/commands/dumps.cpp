@@ -9,17 +9,15 @@
 #include <vector>
 
 #include "apps/zelkctl/commands.h"
+#include "apps/zelkctl/output.h"
+#include "apps/zelkctl/reply.h"
 #include "platform/file.h"
 #include "platform/folder_tree.h"
-#include "zelka_core/archive/shown_name.h"
 #include "zelka_core/system/crash_report.h"
-#include "zelka_core/text.h"
 #include "zelka_core/varlink/json.h"
 
 using ZelkaCore::CrashReport;
-using ZelkaCore::FromUtf8;
 using ZelkaCore::Json;
-using ZelkaCore::ToUtf8;
 
 namespace {
 
@@ -108,28 +106,25 @@ Json ToJson(const Dump& dump) {
     return json;
 }
 
-void PrintLine(const std::string& line) {
-    (void)std::puts(ToUtf8(ZelkaCore::ShownName(FromUtf8(line))).c_str());
-}
-
 void PrintIndented(const std::string& lines) {
     for (std::size_t begin = 0; begin < lines.size();) {
         const std::size_t end = std::min(lines.find('\n', begin), lines.size());
-        PrintLine("  " + lines.substr(begin, end - begin));
+        PrintLine("  " + Shown(lines.substr(begin, end - begin)));
         begin = end + 1;
     }
 }
 
 void Print(const Dump& dump) {
     if (!dump.fault.empty()) {
-        return PrintLine(dump.file + ": " + dump.fault);
+        return PrintLine(Shown(dump.file + ": " + dump.fault));
     }
     const CrashReport& report = dump.report;
-    PrintLine(UtcTime(report.time) + " " + report.application + " " + report.signalName + " " +
-              std::to_string(dump.size) + " bytes " + dump.file);
+    PrintLine(Shown(UtcTime(report.time) + " " + report.application + " " + report.signalName +
+                    " " + std::to_string(dump.size) + " bytes " + dump.file));
     PrintIndented(report.fault);
     if (!report.module.empty()) {
-        PrintLine("  process " + std::to_string(report.process) + " was at " + Place(report));
+        PrintLine(
+            Shown("  process " + std::to_string(report.process) + " was at " + Place(report)));
     }
     PrintIndented(report.lua);
 }
@@ -139,9 +134,7 @@ void ShowDumps(const Options& options) {
     if (options.isJson) {
         Json list = Json::array();
         std::transform(dumps.begin(), dumps.end(), std::back_inserter(list), ToJson);
-        (void)std::puts(Json{{"dumps", std::move(list)}}
-                            .dump(2, ' ', false, Json::error_handler_t::replace)
-                            .c_str());
+        PrintJson(Json{{"dumps", std::move(list)}});
         return;
     }
     for (const Dump& dump : dumps) {

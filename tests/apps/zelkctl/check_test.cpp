@@ -2,12 +2,18 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <unistd.h>
 
 #include <memory>
 
 #include "apps/zelkctl/check/checks.h"
+#include "platform/regkey.h"
+#include "tests/support/child_process.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/zip_builder.h"
+#include "zelka_core/store/agent_database.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -77,6 +83,138 @@ TEST(CheckTrust, CertificatesOfBothFormsAreReadAndWhatIsNoneOrNotValidNowIsTold)
     fs::permissions(scratch.Path(), fs::perms{0777});
     EXPECT_THAT(ToldOfTrust(scratch.Path())[0], HasSubstr("others than its owner may write"));
     EXPECT_THAT(ToldOfTrust(scratch.Path() / "4.txt"), ElementsAre(HasSubstr("4.txt:0 Not a dir")));
+}
+
+// A folder with a program and a working folder in it, and the start of an application there.
+class CheckStartTest : public testing::Test {
+  protected:
+    CheckStartTest() {
+        fs::create_directory(m_folder.Path() / "work");
+        m_agent = m_folder.Write("bin/zelk_agent", "").string();
+        UseRegistryFile(Path("registry.ini"));
+    }
+
+    [[nodiscard]] std::string Path(const std::string& name) const {
+        return (m_folder.Path() / name).string();
+    }
+
+    using Subject = void (*)(const Start&, Findings&);
+
+    // What a subject finds in a start with these options.
+    std::vector<std::string> Check(Subject subject, std::vector<std::string> options = {}) const {
+        options.insert(options.begin(), {"-l", Path("?.lua"), "-c", Path("?.so"), "-d",
+                                         "app.path.ini.global=" + Path("global.ini")});
+        Findings findings;
+        const Start start = ReadStart(GivenCommand(options, m_agent, Path("work")), findings);
+        EXPECT_THAT(Told(findings), IsEmpty());
+        subject(start, findings);
+        return Told(findings);
+    }
+
+    const ScratchFolder m_folder;
+    std::string m_agent;
+};
+
+TEST_F(CheckStartTest, ModulesAreFoundAndCompiledAndNeverRun) {
+    m_folder.Write("sly.lua", "#!/usr/bin/lua\nio.open('" + Path("ran") + "', 'w'):close()");
+    m_folder.Write("native.so", "no library, which nobody looks into");
+    m_folder.Write("a b's/init.lua", "return 1,\n\n]]");
+    m_folder.Write("compiled.lua", "\033Lua");
+    for (const char* found : {"sly", "native"}) {
+        EXPECT_THAT(Check(CheckApplication, {"-a", found}), IsEmpty());
+    }
+    EXPECT_FALSE(fs::exists(Path("ran")));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "a b's", "-l", Path("?/init.lua")}),
+                ElementsAre("error init.lua:3 unexpected symbol near ']'"));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "compiled"}),
+                ElementsAre(HasSubstr("error compiled.lua:0 ")));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "none"}),
+                ElementsAre(HasSubstr("no file '" + Path("none.so") + "'")));
+}
+
+TEST_F(CheckStartTest, OfAModuleInTwoArchivesTheOneThatCountsIsCompiled) {
+    m_folder.Write("app.lua", "");
+    const auto archive = [](const std::string& text) {
+        return BuildZip({{.name = "m/init.lua", .content = text},
+                         {.name = "n.lua", .content = "\xef\xbb\xbf#!\nreturn 1"},
+                         {.name = "not.a.module.lua", .content = "("},
+                         {.name = "note.txt", .content = "("}});
+    };
+    m_folder.Write("bin/ext/1.zke", archive("return 1"));
+    m_folder.Write("bin/ext/2.zke", archive("return ("));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "app", "-e", "ext"}), IsEmpty());
+    fs::rename(Path("bin/ext/1.zke"), Path("bin/ext/3.zke"));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "app", "-e", "ext"}),
+                ElementsAre(HasSubstr("error init.lua:1 unexpected symbol near <eof>")));
+    const std::string twice = BuildZip({{.name = "x", .content = "1"}, {.name = "y"}});
+    m_folder.Write("bin/ext/2.zke", Patch(twice, "y", "x"));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "app", "-z", m_folder.Path() / "bin/ext/2.zke"}),
+                ElementsAre("error x:0 is there twice"));
+    EXPECT_THAT(Check(CheckApplication, {"-a", "app", "-z", m_folder.Path() / "bin/none.zke"}),
+                ElementsAre(HasSubstr("warning :0 ")));
+}
+
+TEST_F(CheckStartTest, IniFilesOfAnyEncodingAreToldOfByTheLinesThatAnEditorShows) {
+    const auto utf16 = [](const std::string& text) {
+        std::string wide = "\xff\xfe";
+        for (const char character : text) {
+            wide += {character, '\0'};
+        }
+        return wide;
+    };
+    const std::string lines = "\r\n[ a ]\r\nDumpLevel=1\r\n[]\r\nsqlite.Config.cache_size=1\r\n";
+    for (const std::string& text : {lines, "\xef\xbb\xbf" + lines, utf16(lines)}) {
+        m_folder.Write("work/zelk_agent.ini", text);
+        EXPECT_THAT(Check(CheckIniFiles),
+                    ElementsAre(HasSubstr("warning zelk_agent.ini:3 'DumpLevel' stands in the "
+                                          "group ' a '"),
+                                HasSubstr("warning zelk_agent.ini:5 the agent has no key")));
+    }
+    m_folder.Write("work/zelk_agent.ini", "StallLimit=-1\nother.Trace=x\nprobe/x=1\n");
+    m_folder.Write("global.ini", utf16("a=\xd8") + "b");
+    EXPECT_THAT(Check(CheckIniFiles, {"-d", "sqlite.config.synchronous=0"}),
+                ElementsAre(HasSubstr("error zelk_agent.ini:1 StallLimit is '-1', which is not a "
+                                      "whole number from 0 on"),
+                            HasSubstr("warning zelk_agent.ini:3 the agent has no key 'probe/x'"),
+                            HasSubstr("error global.ini:0 cannot be read as UTF-8 or UTF-16"),
+                            HasSubstr("error :0 sqlite.config.synchronous is '0'")));
+    fs::remove(Path("global.ini"));
+    fs::create_directory(Path("global.ini"));
+    EXPECT_THAT(Check(CheckIniFiles), Contains(HasSubstr("error global.ini:0 ")));
+}
+
+TEST_F(CheckStartTest, ARelayGoesWhileASettingIsStoredAndAnArchiveThatHasItsNameDoesNot) {
+    const std::string package = BuildZip({{.name = "file", .content = "1"}});
+    m_folder.Write("bin/Feature-RELAY-1.zkp", package);
+    m_folder.Write("bin/Feature-X-1.zkp", package);
+    EXPECT_THAT(Check(CheckPackages, {"-i"}), IsEmpty());
+    ZelkaCore::AgentDatabase database(Path("work/plugins/zelka_core/zelk_agent.db"),
+                                      ZelkaCore::SqliteTuning());
+    ASSERT_TRUE(database.SettingStore("zelka_version_new", ""));
+    EXPECT_THAT(Check(CheckPackages, {"-i"}),
+                ElementsAre("error Feature-RELAY-1.zkp:0 is thrown away by a start: the setting "
+                            "zelka_version_new is stored"));
+    EXPECT_THAT(Check(CheckPackages), IsEmpty()) << "of a start that leaves packages alone";
+}
+
+// Agents come, write, copy their log back and go while it is looked at.
+TEST_F(CheckStartTest, ADatabaseThatIsWrittenMeanwhileIsNotTakenForADamagedOne) {
+    constexpr int kLooks = 200;
+    const ChildProcess agents([this] {
+        const std::string value(20'000, 'v');
+        for (int number = 0;; ++number) {
+            ZelkaCore::AgentDatabase database(Path("work/plugins/zelka_core/zelk_agent.db"),
+                                              {.walAutocheckpoint = 1});
+            if (!database.SettingStore(std::to_string(number % 50), value) ||
+                (number == 0 && write(STDOUT_FILENO, "w\n", 2) != 2)) {
+                return false;
+            }
+        }
+    });
+    ASSERT_EQ(agents.ReadLine(), "w");
+    for (int look = 0; look < kLooks; ++look) {
+        ASSERT_THAT(Check(CheckDatabase), IsEmpty()) << look;
+    }
 }
 
 TEST(StartCommand, OptionsOfTheOperatorWinOverTheFolderAndAWordInFrontIsTheProgram) {

@@ -11,6 +11,7 @@
 #include "zelka_core/package/package_signature.h"
 #include "zelka_core/store/agent_event.h"
 #include "zelka_core/store/agent_event_codes.h"
+#include "zelka_core/store/event_journal.h"
 #include "zelka_core/text.h"
 
 namespace ZelkaCore {
@@ -179,10 +180,14 @@ bool PackageSettlement::PutBack(const std::string& package,
 
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
-    (void)m_database.EventWrite(
+    const CAgentEvent event =
         CAgentEvent::Now(kEventPackageTakenBack, CAgentEvent::SeverityError,
                          ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
-                                                    package.GetName(), package.GetFullPath()))));
+                                                    package.GetName(), package.GetFullPath())));
+    std::int64_t id = 0;
+    if (m_database.EventWrite(event, &id)) {
+        TellJournal(event, id);
+    }
 }
 
 }  // namespace ZelkaCore

@@ -10,6 +10,7 @@
 #include "apps/zelkctl/program_folder.h"
 #include "apps/zelkctl/reply.h"
 #include "zelka_core/package/package_manifest.h"
+#include "zelka_core/package/trust_folder.h"
 
 using ZelkaCore::InstalledPackage;
 
@@ -73,14 +74,16 @@ void RunRemove(const Options& options, const Arguments& given) {
         archive.AddText(path, "");
     }
     archive.Finish();
+    const bool needsSignature = ZelkaCore::TrustFolder(ZelkaCore::kTrustFolder).AsksForSignatures();
     if (options.isJson) {
         PrintJson(ZelkaCore::Json{{"file", file},
                                   {"name", package.name},
                                   {"version", package.version},
-                                  {"files", files.size()}});
+                                  {"files", files.size()},
+                                  {"needs_signature", needsSignature}});
     } else {
         PrintLine(Shown(file) + " is written: the next start of the agent removes " + package.name +
-                  " " + package.version + ".");
+                  " " + package.version + (needsSignature ? ", once this is signed." : "."));
     }
 }
 

@@ -13,6 +13,7 @@
 #include "apps/zelkctl/reply.h"
 #include "platform/lock_file.h"
 #include "platform/service.h"
+#include "zelka_core/log/journal.h"
 #include "zelka_core/package/package_settlement.h"
 
 using ZelkaCore::PackageSettlement;
@@ -59,6 +60,10 @@ bool Settle(const Options& options, const std::string& program, std::vector<std:
     const std::string start = NameOfServiceStart();
     if (!HasWork(settlement.Records(), start)) {
         return true;
+    }
+    if (!start.empty()) {
+        // Which application the agent will have is not known yet.
+        ZelkaCore::UseJournal("zelkctl", options.workdir);
     }
     const std::string folder = ProgramFolder(options, program);
     LockFile lock;

@@ -33,8 +33,8 @@ std::vector<std::string> Told(const Findings& findings) {
 
 // A certificate of its own issue that is valid from one time to another, in seconds from now.
 std::string Certificate(const char* name, long from, long to, bool isPem) {
-    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"),
-                                                                  EVP_PKEY_free);
+    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"), EVP_PKEY_free);
     const std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), X509_free);
     X509_NAME* subject = X509_get_subject_name(certificate.get());
     const auto* text = reinterpret_cast<const unsigned char*>(name);
@@ -43,7 +43,7 @@ std::string Certificate(const char* name, long from, long to, bool isPem) {
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), from);
     X509_gmtime_adj(X509_getm_notAfter(certificate.get()), to);
     X509_set_pubkey(certificate.get(), key.get());
-    EXPECT_GT(X509_sign(certificate.get(), key.get(), EVP_sha256()), 0);
+    EXPECT_GT(X509_sign(certificate.get(), key.get(), nullptr), 0);
     const std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), BIO_free);
     EXPECT_TRUE(isPem ? PEM_write_bio_X509(bio.get(), certificate.get())
                       : i2d_X509_bio(bio.get(), certificate.get()));

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "platform/file.h"
 #include "platform/private_file.h"
@@ -16,7 +17,7 @@ class LogReader {
     using Take = std::function<void(std::string_view bytes)>;
 
     // `path`: of the file that is written, NAME.log.
-    explicit LogReader(const std::string& path) : m_path(path) {}
+    explicit LogReader(std::string path) : m_path(std::move(path)) {}
 
     // Begins with the file that has the name now.
     std::error_code Open() { return OpenRegularStream(m_path, m_file); }

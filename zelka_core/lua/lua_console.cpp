@@ -1,5 +1,6 @@
 #include "zelka_core/lua/lua_console.h"
 
+#include <stdexcept>
 #include <string_view>
 
 #include "zelka_core/lua/lua_arguments.h"
@@ -17,7 +18,7 @@ ConsoleClient& ClientOf(lua_State* L) {
     const Task* task = CLuaInterpreter::Of(L)->SchedulerIfAny()->Current();
     auto* client = task != nullptr ? dynamic_cast<ConsoleClient*>(task->output.get()) : nullptr;
     if (client == nullptr) {
-        luaL_error(L, "this is for tasks of the control socket");
+        throw std::runtime_error("this is for tasks of the control socket");
     }
     return *client;
 }

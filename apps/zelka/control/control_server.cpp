@@ -11,7 +11,6 @@
 #include "zelka_core/text.h"
 
 using ZelkaCore::FromUtf8;
-using ZelkaCore::VarlinkReply;
 
 namespace {
 
@@ -40,7 +39,7 @@ ControlServer::ControlServer(ControlTarget& target, std::chrono::milliseconds pa
 }
 
 ControlServer::~ControlServer() {
-    requestExit();
+    ControlServer::requestExit();
     (void)join();
 }
 

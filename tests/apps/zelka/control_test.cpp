@@ -101,7 +101,9 @@ class Client {
     VarlinkClient m_client;
 };
 
-const std::string kClosed = std::make_error_code(std::errc::connection_reset).message();
+std::string Closed() {
+    return std::make_error_code(std::errc::connection_reset).message();
+}
 
 std::string Named(const char* name) {
     return std::string(kControlInterface) + '.' + name;
@@ -136,14 +138,16 @@ TEST(Control, WhatIsNoCallIsToldAndEndsItsConnectionAlone) {
         const VarlinkReply reply = client.Receive();
         EXPECT_EQ(reply.error, Named("BadMessage")) << input.substr(0, 40);
         EXPECT_FALSE(reply.parameters["reason"].get<std::string>().empty());
-        EXPECT_EQ(client.Receive().error, kClosed);
+        EXPECT_EQ(client.Receive().error, Closed());
     }
     {
         Client half(agent);
         half.SendBytes(R"({"method":)");
     }
     Client endless(agent);
-    EXPECT_LT(endless.SendBytes(std::string(100'000'000, 'x')), 5'000'000U);
+    std::string letters;
+    letters.resize(100'000'000, 'x');
+    EXPECT_LT(endless.SendBytes(letters), 5'000'000U);
     EXPECT_EQ(endless.Receive().error, Named("BadMessage"));
     EXPECT_EQ(other.Call("GetStatus").error, "");
 }
@@ -166,7 +170,7 @@ TEST(Control, AThousandConnectionsAndOneThatNeverReadsHinderNobodyLong) {
         const VarlinkReply reply = clients.back()->Call("GetTrace");
         served += std::size_t{reply.error.empty()};
         EXPECT_TRUE(reply.error.empty() || reply.error == Named("TooManyConnections") ||
-                    reply.error == kClosed)
+                    reply.error == Closed())
             << reply.error;
     }
     EXPECT_EQ(served, 31U);
@@ -174,7 +178,7 @@ TEST(Control, AThousandConnectionsAndOneThatNeverReadsHinderNobodyLong) {
     VarlinkReply last;
     do {  // until the server has seen that they are gone
         last = Client(agent).Call("GetTrace");
-    } while (last.error == Named("TooManyConnections") || last.error == kClosed);
+    } while (last.error == Named("TooManyConnections") || last.error == Closed());
     EXPECT_EQ(last.error, "");
 }
 

@@ -97,15 +97,21 @@ ProgramResult Zelkctl(const FakeAgent& agent, std::vector<std::string> arguments
     return result;
 }
 
-const std::vector<std::vector<std::string>> kWithMembers{
-    {"status"},       {"tasks"},
-    {"stacks"},       {"vars"},
-    {"settings"},     {"settings", "get", "x"},
-    {"events"},       {"events", "--after", "1"},
-    {"events", "-f"}, {"trace"},
-    {"trace", "+a"},  {"run", "1"}};
-const std::vector<std::vector<std::string>> kWithoutMembers{
-    {"settings", "set", "a", "b"}, {"settings", "rm", "a"}, {"reload"}, {"stop", "--no-wait"}};
+using Commands = std::vector<std::vector<std::string>>;
+
+Commands WithMembers() {
+    return {{"status"},       {"tasks"},
+            {"stacks"},       {"vars"},
+            {"settings"},     {"settings", "get", "x"},
+            {"events"},       {"events", "--after", "1"},
+            {"events", "-f"}, {"trace"},
+            {"trace", "+a"},  {"run", "1"}};
+}
+
+Commands WithoutMembers() {
+    return {
+        {"settings", "set", "a", "b"}, {"settings", "rm", "a"}, {"reload"}, {"stop", "--no-wait"}};
+}
 
 TEST(OtherVersions, WhatAnOlderAgentDoesNotKnowIsToldWithBothVersions) {
     for (const std::string error :
@@ -130,7 +136,7 @@ TEST(OtherVersions, WhatAnOlderAgentDoesNotKnowIsToldWithBothVersions) {
 
 TEST(OtherVersions, AReplyThatLacksWhatACommandShowsIsToldInBothForms) {
     const FakeAgent agent([](const std::string&) { return R"({"parameters":{"new":[1]}})"; });
-    for (const auto& command : kWithMembers) {
+    for (const auto& command : WithMembers()) {
         for (const bool isJson : {false, true}) {
             const ProgramResult result = Zelkctl(agent, command, isJson);
             EXPECT_EQ(result.exitCode, 1U) << command[0];
@@ -139,7 +145,7 @@ TEST(OtherVersions, AReplyThatLacksWhatACommandShowsIsToldInBothForms) {
                 << result.errors.content;
         }
     }
-    for (const auto& command : kWithoutMembers) {
+    for (const auto& command : WithoutMembers()) {
         EXPECT_EQ(Zelkctl(agent, command).exitCode, 0U) << command[0];
     }
 }
@@ -153,7 +159,7 @@ TEST(OtherVersions, MembersOfAnotherKindAreLeftOutAndEndNothing) {
             "variables":[null,{"name":7,"value":{"a":[]}}],"settings":[[],{}],
             "modules":[7,{}],"events":[7,[],{"severity":7}]}})";
     });
-    for (const auto& command : kWithMembers) {
+    for (const auto& command : WithMembers()) {
         const ProgramResult result = Zelkctl(agent, command);
         EXPECT_EQ(result.exitCode, command[0] == "run" ? 1U : 0U) << result.errors.content;
         EXPECT_TRUE(ZelkaCore::Json::accept(Zelkctl(agent, command, true).output.content));
@@ -167,11 +173,12 @@ TEST(OtherVersions, WhatIsNoAgentIsToldAsSuch) {
         {"", "the agent has closed the connection"},
         {R"({"error":"com.orvane.zelka.New","parameters":{"why":"x"}})",
          R"(the agent answers com.orvane.zelka.New {"why":"x"})"}};
-    for (const auto& [answer, text] : texts) {
-        const FakeAgent agent([&](const std::string&) { return answer; });
+    for (const auto& entry : texts) {
+        const FakeAgent agent([&](const std::string&) { return entry.first; });
         const ProgramResult result = Zelkctl(agent, {"status"});
         EXPECT_EQ(result.exitCode, 1U);
-        EXPECT_NE(result.errors.content.find(text), std::string::npos) << result.errors.content;
+        EXPECT_NE(result.errors.content.find(entry.second), std::string::npos)
+            << result.errors.content;
     }
 }
 

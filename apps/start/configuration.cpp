@@ -87,7 +87,7 @@ bool IsAgentKey(const wxString& key) {
         }
     }
     return key.Lower().EndsWith(wxString(".") + wxString(kTrace).Lower()) ||
-           TuningKeys().count(key) != 0;  // which are found with regard to case
+           TuningKeys().contains(key);  // which are found with regard to case
 }
 
 ZelkaCore::IniPaths IniFilesOf(const CDom& dom) {

@@ -23,7 +23,7 @@ inline constexpr const char* kFipsMode = "FIPSMode";
 
 struct Configuration {
     std::optional<wxString> fipsMode;
-    std::optional<std::int64_t> stallLimit;  // milliseconds
+    std::optional<std::int64_t> stallLimit;    // milliseconds
     std::optional<std::int64_t> packageTrial;  // seconds
     bool hasFullDumps = false;
     std::vector<std::pair<wxString, std::int64_t>> numbers;  // variables for the database

@@ -4,7 +4,6 @@
 
 #include "zelka_core/archive/plugin_type.h"
 
-
 RelayPackages FindRelayPackages(const wxArrayString& packages) {
     RelayPackages found;
     for (const wxString& package : packages) {

@@ -12,8 +12,8 @@
 
 namespace ZelkaCore {
 
-// Writes files of one archive below one folder, and takes their checksums if somebody asks for them.
-// For one thread.
+// Writes files of one archive below one folder, and takes their checksums if somebody asks for
+// them. For one thread.
 class EntryWriter {
   public:
     // The archive outlives the object; `progress` may be null.

@@ -232,8 +232,8 @@ class Extraction {
     bool Commit() {
         std::string path;
         const auto error = m_entries.Commit(path);
-        return !error || Fail("'" + m_folderPath + (path.empty() ? "" : "/" + path) +
-                              "' cannot be written: " + error.message());
+        const std::string place = path.empty() ? "'" + m_folderPath + "'" : "entry '" + path + "':";
+        return !error || Fail(place + " cannot be written: " + error.message());
     }
 
     const UnzipOptions& m_options;

@@ -202,10 +202,9 @@ std::optional<PackageTrial> PackageInstallation::TrialOf() const {
         });
     };
     // What the older version alone has goes.
-    const bool needsStart =
-        std::any_of(m_places.begin(), m_places.end(), isProgram) ||
-        std::any_of(m_olderFiles.begin(), m_olderFiles.end(),
-                    [&](const auto& file) { return isProgram(file.first); });
+    const bool needsStart = std::any_of(m_places.begin(), m_places.end(), isProgram) ||
+                            std::any_of(m_olderFiles.begin(), m_olderFiles.end(),
+                                        [&](const auto& file) { return isProgram(file.first); });
     return PackageTrial{.older = *m_older,
                         .failures = needsStart ? 0 : 1,
                         .start = m_host.start,

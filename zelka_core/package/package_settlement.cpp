@@ -180,13 +180,14 @@ bool PackageSettlement::PutBack(const std::string& package,
 
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
-    const CAgentEvent event =
+    CAgentEvent event =
         CAgentEvent::Now(kEventPackageTakenBack, CAgentEvent::SeverityError,
                          ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
                                                     package.GetName(), package.GetFullPath())));
-    std::int64_t id = 0;
-    if (m_database.EventWrite(event, &id)) {
-        TellJournal(event, id);
+    if (m_writeEvent) {
+        m_writeEvent(event);
+    } else {
+        (void)m_database.EventWrite(event);
     }
 }
 

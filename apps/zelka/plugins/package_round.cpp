@@ -77,12 +77,15 @@ PackageRound::PackageRound(ZelkaCore::CDom& dom)
     if (const auto fault = m_tree.Open(ToUtf8(m_folder))) {
         wxLogError("%s cannot be opened: %s", m_folder, FromUtf8(fault.message()));
     }
-    std::vector<std::string> notes;
-    if (ZelkaCore::AgentDatabase* database = dom.Database();
-        database != nullptr && !m_settlement.emplace(*database).Open(ToUtf8(m_folder), notes)) {
-        m_settlement.reset();
+    if (ZelkaCore::AgentDatabase* database = dom.Database()) {
+        std::vector<std::string> notes;
+        m_settlement.emplace(*database).SetEventWriter(
+            [&dom](ZelkaCore::CAgentEvent& event) { dom.AgentEventWrite(event); });
+        if (!m_settlement->Open(ToUtf8(m_folder), notes)) {
+            m_settlement.reset();
+        }
+        Report(notes);
     }
-    Report(notes);
 }
 
 void PackageRound::Settle() {

@@ -1,5 +1,5 @@
-#include "apps/start/trust_folder.h"
 #include "apps/zelkctl/check/checks.h"
+#include "zelka_core/package/trust_folder.h"
 
 void CheckStart(const Start& start, Findings& findings) {
     CheckRegistry(start, findings);
@@ -9,7 +9,7 @@ void CheckStart(const Start& start, Findings& findings) {
         CheckDatabase(start, findings);
     }
     CheckCrypto(start, findings);
-    CheckTrust(kTrustFolder, findings);
+    CheckTrust(ZelkaCore::kTrustFolder, findings);
     CheckPackages(start, findings);
     CheckApplication(start, findings);
 }

@@ -24,9 +24,7 @@ void Write(const std::string& path, const std::string& content) {
     TreeWriter writer;
     std::string failed;
     std::error_code error = writer.Open(slash == 0 ? "." : path.substr(0, slash), ".zelkctl-");
-    error = error ? error : writer.BeginFile(path.substr(slash));
-    error = error ? error : writer.WriteFile(content);
-    error = error ? error : writer.FinishFile(std::nullopt);
+    error = error ? error : writer.AddFile(path.substr(slash), content, std::nullopt);
     error = error ? error : writer.Commit(failed);
     if (error) {
         throw CommandError(Shown(path) + " cannot be written: " + error.message());

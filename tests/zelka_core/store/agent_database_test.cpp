@@ -59,13 +59,13 @@ TEST_F(AgentDatabaseTest, AnEventIsSyncedBeforeItsWriteReturnsHoweverLowTheTunin
 
 TEST_F(AgentDatabaseTest, ASchemaNewerThanTheProgramIsRefusedAndLeftAsItIs) {
     ASSERT_TRUE(Open().SettingStore("name", "value"));
-    SQLite::Database(m_file.string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version=2");
+    SQLite::Database(m_file.string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version=3");
     const std::string before = ReadFile(m_file);
     AgentDatabase database = Open();
     EXPECT_FALSE(database.SettingStore("name", "other"));
     EXPECT_EQ(Setting(database), "none");
     EXPECT_EQ(ReadFile(m_file), before);
-    EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("schema version is 2"), HasSubstr("is 2")));
+    EXPECT_THAT(m_log.Lines(), ElementsAre(HasSubstr("schema version is 3"), HasSubstr("is 3")));
     EXPECT_THAT(PutAside(), IsEmpty());
 }
 

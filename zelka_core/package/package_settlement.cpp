@@ -180,14 +180,13 @@ bool PackageSettlement::PutBack(const std::string& package,
 
 void PackageSettlement::WriteEvent(const std::string& archive) {
     const wxFileName package(FromUtf8(m_folder), FromUtf8(archive));
-    CAgentEvent event =
+    const CAgentEvent event =
         CAgentEvent::Now(kEventPackageTakenBack, CAgentEvent::SeverityError,
                          ShownName(wxString::Format("%s|%s|%s", GetPluginType(package),
                                                     package.GetName(), package.GetFullPath())));
-    if (m_writeEvent) {
-        m_writeEvent(event);
-    } else {
-        (void)m_database.EventWrite(event);
+    std::int64_t id = 0;
+    if (m_database.EventWrite(event, &id)) {
+        TellJournal(event, id);
     }
 }
 

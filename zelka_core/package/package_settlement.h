@@ -1,8 +1,6 @@
 #pragma once
 
-#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "zelka_core/package/kept_files.h"
@@ -24,11 +22,6 @@ class PackageSettlement {
     // `database` outlives the object.
     explicit PackageSettlement(AgentDatabase& database)
         : m_database(database), m_records(database) {}
-
-    // Has events written by the function instead of by the database.
-    void SetEventWriter(std::function<void(CAgentEvent&)> write) {
-        m_writeEvent = std::move(write);
-    }
 
     // The program's folder. False if it cannot be opened.
     bool Open(const std::string& folder, std::vector<std::string>& notes);
@@ -65,7 +58,6 @@ class PackageSettlement {
     void MarkAsFailed(const InstalledPackage& package, std::vector<std::string>& notes);
 
     AgentDatabase& m_database;
-    std::function<void(CAgentEvent&)> m_writeEvent;
     PackageRecords m_records;
     KeptFiles m_kept;
     std::string m_folder;

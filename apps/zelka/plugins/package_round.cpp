@@ -79,9 +79,7 @@ PackageRound::PackageRound(ZelkaCore::CDom& dom)
     }
     if (ZelkaCore::AgentDatabase* database = dom.Database()) {
         std::vector<std::string> notes;
-        m_settlement.emplace(*database).SetEventWriter(
-            [&dom](ZelkaCore::CAgentEvent& event) { dom.AgentEventWrite(event); });
-        if (!m_settlement->Open(ToUtf8(m_folder), notes)) {
+        if (!m_settlement.emplace(*database).Open(ToUtf8(m_folder), notes)) {
             m_settlement.reset();
         }
         Report(notes);

@@ -202,11 +202,12 @@ bool FolderTree::IsReserved(const std::string& place) const {
 std::error_code FolderTree::OpenFolder(const std::string& path, bool makes, FolderPtr& folder) {
     m_missing.clear();
     Walk walk(*this, makes);
-    if (const auto error = walk.To(path)) {
-        return error;
+    const std::error_code error = walk.To(path);
+    m_missing.clear();
+    if (!error) {
+        folder = walk.Current();
     }
-    folder = walk.Current();
-    return {};
+    return error;
 }
 
 std::error_code FolderTree::OpenParent(const std::string& path, bool makes, FolderPtr& folder,

@@ -42,7 +42,8 @@ std::string Written(Write write) {
 }  // namespace
 
 Signer::Signer(const SignerWish& wish, const Signer* issuer)
-    : key(wish.weakBits != 0 ? EVP_RSA_gen(wish.weakBits) : EVP_EC_gen("P-256")),
+    : key(wish.weakBits != 0 ? EVP_RSA_gen(wish.weakBits)
+                             : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")),
       certificate(X509_new()) {
     static long serial = 0;
     X509* const made = certificate.get();

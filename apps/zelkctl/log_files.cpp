@@ -58,8 +58,7 @@ std::vector<std::string> LogFilesOf(const std::string& workdir) {
 std::string CurrentLogOf(const std::string& workdir) {
     try {
         const auto reply = Agent(workdir).Call("GetStatus");
-        const std::string log =
-            RawMember(MemberPart(MemberPart(reply, "status"), "process"), "log");
+        std::string log = RawMember(MemberPart(MemberPart(reply, "status"), "process"), "log");
         if (!log.empty()) {
             return log;
         }

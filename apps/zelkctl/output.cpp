@@ -12,12 +12,12 @@
 namespace {
 
 bool HasColours() {
-    const auto isSet = [](const char* variable) {
+    const auto valueOf = [](const char* variable) {
         const char* value = std::getenv(variable);
-        return value != nullptr && *value != '\0';
+        return std::string_view(value != nullptr ? value : "");
     };
-    static const bool hasColours = IsTerminal(stdout) && !isSet("NO_COLOR") && isSet("TERM") &&
-                                   std::string_view(std::getenv("TERM")) != "dumb";
+    static const bool hasColours = IsTerminal(stdout) && valueOf("NO_COLOR").empty() &&
+                                   !valueOf("TERM").empty() && valueOf("TERM") != "dumb";
     return hasColours;
 }
 

@@ -127,9 +127,10 @@ ControlMethod FindMethod(const std::string& wanted) {
     if (std::none_of(kMethods.begin(), kMethods.end(), hasInterface)) {
         throw ServiceError("InterfaceNotFound", "interface", std::string(interface));
     }
-    const auto found = std::find_if(kMethods.begin(), kMethods.end(), [&](const MethodRow& row) {
-        return hasInterface(row) && wanted.compare(dot + 1, std::string::npos, row.name) == 0;
-    });
+    const auto* const found =
+        std::find_if(kMethods.begin(), kMethods.end(), [&](const MethodRow& row) {
+            return hasInterface(row) && wanted.compare(dot + 1, std::string::npos, row.name) == 0;
+        });
     if (found == kMethods.end()) {
         throw ServiceError("MethodNotFound", "method", wanted);
     }

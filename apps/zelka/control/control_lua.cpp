@@ -11,7 +11,6 @@
 #include "zelka_core/lua/lua_report.h"
 #include "zelka_core/lua/lua_work.h"
 
-using ZelkaCore::CLuaInterpreter;
 using ZelkaCore::Json;
 using ZelkaCore::LuaReportOptions;
 using ZelkaCore::LuaThreadReport;

@@ -93,7 +93,7 @@ void Complete(lua_State* L, CompletionRequest& request) {
     lua_pushglobaltable(L);
     std::string_view path = request.path;
     while (!path.empty()) {
-        const auto mark = std::find_if(path.begin(), path.end(), IsMark);
+        const auto* const mark = std::find_if(path.begin(), path.end(), IsMark);
         const auto size = static_cast<std::size_t>(mark - path.begin());
         TakeMember(L, path.substr(0, size));
         path.remove_prefix(size + 1);

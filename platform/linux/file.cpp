@@ -8,18 +8,11 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/linux/folder_access.h"
 
 std::error_code OpenRegularFile(const std::string& path, ScopedFd& file) {
-    ScopedFd opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat status = {};
-    if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) {
-        return LastSystemError();
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return PlatformError::kNotRegularFile;
-    }
-    file = std::move(opened);
-    return {};
+    struct stat status {};
+    return OpenRegularAt(AT_FDCWD, path, 0, file, status);
 }
 
 std::error_code ReadAtMost(const ScopedFd& file, std::size_t limit, std::string& content) {

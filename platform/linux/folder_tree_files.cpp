@@ -1,6 +1,5 @@
 // Files below a folder: read, shared between two names, deleted.
 
-#include <dirent.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 
 #include "platform/error.h"
 #include "platform/folder_tree.h"
+#include "platform/linux/folder_access.h"
 #include "platform/linux/folder_path.h"
 
 namespace {
@@ -19,29 +19,11 @@ namespace {
 constexpr mode_t kPermissions = 0777;
 constexpr std::size_t kCopiedAtOnce = 0x1000000;
 
-struct StreamCloser {
-    void operator()(DIR* folder) const { (void)closedir(folder); }
-};
-
 // A further name is not to be had there: on another file system, one without them, too many, or a
 // file of somebody else's.
 bool IsUnsharable(std::error_code error) {
     return error == std::errc::cross_device_link || error == std::errc::too_many_links ||
            error == std::errc::operation_not_permitted || error == std::errc::not_supported;
-}
-
-std::error_code OpenRegular(int folder, const std::string& name, ScopedFd& file,
-                            struct stat& status) {
-    ScopedFd opened(
-        openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) {
-        return LastSystemError();
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return PlatformError::kNotRegularFile;
-    }
-    file = std::move(opened);
-    return {};
 }
 
 std::error_code CopyAll(int source, int target) {
@@ -60,7 +42,7 @@ std::error_code CopyFile(int sourceFolder, const std::string& source, int folder
                          const std::string& name) {
     struct stat status {};
     ScopedFd from;
-    if (const auto error = OpenRegular(sourceFolder, source, from, status)) {
+    if (const auto error = OpenRegularAt(sourceFolder, source, O_NOFOLLOW, from, status)) {
         return error;
     }
     const ScopedFd to(
@@ -76,18 +58,9 @@ std::error_code CopyFile(int sourceFolder, const std::string& source, int folder
 }
 
 std::error_code DeleteFilesIn(int folder) {
-    const int fd = openat(folder, ".", kOpenFolder);
-    const std::unique_ptr<DIR, StreamCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
-    if (!stream) {
-        return LastSystemError();
-    }
-    while (const dirent* entry = readdir(stream.get())) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != ".." && unlinkat(folder, entry->d_name, 0) != 0) {
-            return LastSystemError();
-        }
-    }
-    return {};
+    return VisitEntries(folder, [&](const dirent& entry) {
+        return unlinkat(folder, entry.d_name, 0) == 0 ? std::error_code() : LastSystemError();
+    });
 }
 
 }  // namespace
@@ -99,7 +72,7 @@ std::error_code FolderTree::OpenFile(const std::string& path, ScopedFd& file) {
         return error;
     }
     struct stat status {};
-    return OpenRegular(folder->fd.Get(), name, file, status);
+    return OpenRegularAt(folder->fd.Get(), name, O_NOFOLLOW, file, status);
 }
 
 std::error_code FolderTree::ShareFile(const std::string& path, const std::string& to,

@@ -1,31 +1,22 @@
 #include "platform/protected_folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
-#include <string_view>
 #include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/linux/folder_access.h"
 #include "platform/linux/folder_path.h"
 
 namespace {
 
-struct StreamCloser {
-    void operator()(DIR* folder) const { (void)closedir(folder); }
-};
-
 // An access list that lets others write shows in the bits of the group.
-std::error_code CheckProtected(const ScopedFd& file, struct stat& status) {
-    if (fstat(file.Get(), &status) != 0) {
-        return LastSystemError();
-    }
+std::error_code CheckProtected(const struct stat& status) {
     if (status.st_uid != 0 && status.st_uid != geteuid()) {
         return PlatformError::kOwnedByOthers;
     }
@@ -42,7 +33,10 @@ std::error_code ProtectedFolder::Open(const std::string& path) {
                               : LastSystemError();
     }
     struct stat status {};
-    if (const auto error = CheckProtected(folder, status)) {
+    if (fstat(folder.Get(), &status) != 0) {
+        return LastSystemError();
+    }
+    if (const auto error = CheckProtected(status)) {
         return error;
     }
     m_folder = std::move(folder);
@@ -50,20 +44,13 @@ std::error_code ProtectedFolder::Open(const std::string& path) {
 }
 
 std::error_code ProtectedFolder::List(std::vector<std::string>& names) const {
-    const int fd = openat(m_folder.Get(), ".", kOpenFolder);
-    const std::unique_ptr<DIR, StreamCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
-    if (!stream) {
-        return LastSystemError();
-    }
     std::vector<std::string> found;
-    for (errno = 0; const dirent* entry = readdir(stream.get()); errno = 0) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            found.emplace_back(name);
-        }
-    }
-    if (errno != 0) {
-        return LastSystemError();
+    const auto error = VisitEntries(m_folder.Get(), [&](const dirent& entry) {
+        found.emplace_back(entry.d_name);
+        return std::error_code();
+    });
+    if (error) {
+        return error;
     }
     std::sort(found.begin(), found.end());
     names = std::move(found);
@@ -72,17 +59,14 @@ std::error_code ProtectedFolder::List(std::vector<std::string>& names) const {
 
 std::error_code ProtectedFolder::Read(const std::string& name, std::size_t limit,
                                       std::string& content) const {
-    constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const ScopedFd file(openat(m_folder.Get(), name.c_str(), kFlags));
-    if (!file.IsOpen()) {
-        return errno == ELOOP ? PlatformError::kNotRegularFile : LastSystemError();
-    }
+    ScopedFd file;
     struct stat status {};
-    if (const auto error = CheckProtected(file, status)) {
-        return error;
+    if (const auto error = OpenRegularAt(m_folder.Get(), name, O_NOFOLLOW, file, status)) {
+        return error == std::errc::too_many_symbolic_link_levels ? PlatformError::kNotRegularFile
+                                                                 : error;
     }
-    if (!S_ISREG(status.st_mode)) {
-        return PlatformError::kNotRegularFile;
+    if (const auto error = CheckProtected(status)) {
+        return error;
     }
     std::string found;
     if (const auto error = ReadAtMost(file, limit + 1, found)) {

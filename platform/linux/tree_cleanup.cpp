@@ -1,22 +1,16 @@
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/error.h"
+#include "platform/linux/folder_access.h"
 #include "platform/linux/folder_path.h"
 #include "platform/tree_writer.h"
 
 namespace {
-
-struct StreamCloser {
-    void operator()(DIR* folder) const { (void)closedir(folder); }
-};
 
 // Walks a tree with one descriptor: up again by "..", which has to be where it came from.
 class Cleanup {
@@ -51,7 +45,7 @@ class Cleanup {
 
     // What is gone meanwhile is no trouble.
     void Note(std::error_code error) {
-        if (!m_first && error != std::errc::no_such_file_or_directory) {
+        if (error && !m_first && error != std::errc::no_such_file_or_directory) {
             m_first = error;
         }
     }
@@ -73,21 +67,10 @@ class Cleanup {
         Level& level = m_levels.emplace_back();
         level.device = status.st_dev;
         level.inode = status.st_ino;
-        const int fd = openat(m_current.Get(), ".", kOpenFolder);
-        const std::unique_ptr<DIR, StreamCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
-        if (!stream) {
-            Note(LastSystemError());
-            return;
-        }
-        for (errno = 0; const dirent* entry = readdir(stream.get()); errno = 0) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                Take(name, entry->d_type, level);
-            }
-        }
-        if (errno != 0) {
-            Note(LastSystemError());
-        }
+        Note(VisitEntries(m_current.Get(), [&](const dirent& entry) {
+            Take(entry.d_name, entry.d_type, level);
+            return std::error_code();
+        }));
     }
 
     // What is neither a temporary file nor a folder is passed over.

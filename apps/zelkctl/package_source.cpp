@@ -46,7 +46,7 @@ void Check(const std::string& path, const std::error_code& error) {
 
 }  // namespace
 
-PackageSource::PackageSource(const std::string& folder) : m_folder(folder) {
+PackageSource::PackageSource(std::string folder) : m_folder(std::move(folder)) {
     ReadManifest();
     ReadEntries();
     Judge();

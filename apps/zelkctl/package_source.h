@@ -12,7 +12,7 @@
 class PackageSource {
   public:
     // Reads its manifest, and what lies in it.
-    explicit PackageSource(const std::string& folder);
+    explicit PackageSource(std::string folder);
 
     [[nodiscard]] const ZelkaCore::PackageManifest& Manifest() const { return m_manifest; }
 

@@ -113,20 +113,30 @@ void Verification::FindForeign(const std::map<std::string, std::string>& owners,
         }
     }
     for (const std::string& folder : folders) {
-        std::set<std::string> found;
-        std::error_code error;
-        for (fs::directory_iterator entry(m_folder + "/" + folder, error), end;
-             !error && entry != end; entry.increment(error)) {
-            std::error_code ignored;
-            const std::string name = entry->path().filename().string();
-            if (entry->symlink_status(ignored).type() != fs::file_type::directory &&
-                !name.starts_with(ZelkaCore::kTemporaryPrefix) &&
-                !owners.contains(folder + "/" + name)) {
-                found.insert(folder + "/" + name);
-            }
+        FindForeignIn(folder, owners);
+    }
+}
+
+void Verification::FindForeignIn(const std::string& folder,
+                                 const std::map<std::string, std::string>& owners) {
+    std::set<std::string> found;
+    std::error_code error;
+    for (fs::directory_iterator entry(m_folder + "/" + folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        const std::string name = entry->path().filename().string();
+        std::string path = folder + "/";
+        path += name;
+        if (entry->symlink_status(ignored).type() != fs::file_type::directory &&
+            !name.starts_with(ZelkaCore::kTemporaryPrefix) && !owners.contains(path)) {
+            found.insert(std::move(path));
         }
-        for (const std::string& path : found) {
-            m_differences.push_back({path, "", "foreign", "is no package's"});
-        }
+    }
+    // That a folder is missing shows in its files.
+    if (error && error != std::errc::no_such_file_or_directory) {
+        m_differences.push_back({folder, "", "unreadable", error.message()});
+    }
+    for (const std::string& path : found) {
+        m_differences.push_back({path, "", "foreign", "is no package's"});
     }
 }

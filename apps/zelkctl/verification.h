@@ -33,6 +33,7 @@ class Verification {
     [[nodiscard]] const std::vector<Difference>& Differences() const { return m_differences; }
 
   private:
+    void FindForeignIn(const std::string& folder, const std::map<std::string, std::string>& owners);
     void CheckFile(const std::string& package, const ZelkaCore::OwnedFile& file);
     void CheckContent(const std::string& package, const ZelkaCore::OwnedFile& file);
     void CheckMode(const std::string& package, const ZelkaCore::OwnedFile& file);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,6 +37,7 @@ class FolderTree {
         ScopedFd fd;
         std::string path;      // without links
         bool touched = false;  // got a new name that is not on the disk yet
+        bool staged = false;   // not in its place yet, see Stage
     };
     using FolderPtr = std::shared_ptr<Folder>;
 
@@ -53,6 +55,16 @@ class FolderTree {
     // The folder in which a file lies, and the file's name there.
     [[nodiscard]] std::error_code OpenParent(const std::string& path, bool makes, FolderPtr& folder,
                                              std::string& name);
+
+    // From now on a folder that is missing is made under a temporary name, which begins with the
+    // prefix, and with all that is put into it gets its own by PlaceFolders; until Forget it is
+    // reached by its own. Only so many folders are; when HasManyOpen they are made in their place.
+    void Stage(const std::string& prefix);
+    // Stops at one that cannot be placed, as where others have put something meanwhile, and
+    // `failedPath` names it.
+    [[nodiscard]] std::error_code PlaceFolders(std::string& failedPath);
+    // Whether there are folders that are not in their places.
+    [[nodiscard]] bool HasStaged() const { return !m_staged.empty(); }
 
     // Closes a place below the folder, and what lies below that, to all that follows:
     // PlatformError::kReservedPlace. The path is absolute; there need not be anything yet, and one
@@ -91,12 +103,18 @@ class FolderTree {
     // until the new names in them are on the disk.
     [[nodiscard]] bool HasManyOpen() const;
     void Forget();
-    [[nodiscard]] std::error_code SyncFolders() const;
-    // The same for everything on the file systems of these folders.
-    [[nodiscard]] std::error_code SyncFileSystems() const;
+    [[nodiscard]] std::error_code SyncFolders();
+    // The same for everything on the file systems of these folders; none of them is touched then.
+    [[nodiscard]] std::error_code SyncFileSystems();
 
   private:
     class Walk;
+    // A folder that is not in its place, in one that is.
+    struct Staged {
+        FolderPtr parent;
+        std::string temporaryName;
+        FolderPtr folder;
+    };
 
     [[nodiscard]] bool IsReserved(const std::string& place) const;
 
@@ -105,5 +123,8 @@ class FolderTree {
     std::vector<std::string> m_reserved;         // places
     std::map<std::string, FolderPtr> m_folders;  // that are kept open, by their paths
     bool m_touchedOthers = false;                // folders that are not kept open
+    std::string m_stagePrefix;                   // empty: nothing is staged
+    std::size_t m_stageCount = 0;
+    std::deque<Staged> m_staged;
     std::string m_missing;  // nothing was there when Look was asked last, and only Look since
 };

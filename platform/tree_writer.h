@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "platform/folder_tree.h"
 #include "platform/scoped_fd.h"
@@ -18,10 +19,12 @@ class WorkQueue;
 // Writes files below one folder such that nothing lands outside of it (FolderTree), and that every
 // target is the old file or the new one, whole, also after a power cut.
 //
-// A file is written under a temporary name in the folder that it is for. Commit brings a batch of
-// such files to the disk and then renames each over its target, so the disk is waited for once a
-// batch, not once a file. A second thread writes, too, so what is wrong with a file may show only
-// when it is finished, or committed. Paths are those of FolderTree. For one thread at a time.
+// A file is written under a temporary name in the folder that it is for; a folder that is missing
+// is made under one, with the files in it under their own. Commit brings a batch of them to the
+// disk and then renames each over its target, so the disk is waited for once a batch, not once a
+// file. A second thread writes, too, so what is wrong with a file may show only when it is
+// finished, or committed. Paths are those of FolderTree, each once a batch. For one thread at a
+// time.
 class TreeWriter {
   public:
     // Sees the bytes of a file before they are written, one piece after the other, on any thread.
@@ -92,13 +95,30 @@ class TreeWriter {
         std::uint64_t onItsWay = 0;  // of that, to the disk
     };
 
+    // Small files for one folder, written by one thread one after the other: two threads in one
+    // folder would wait for each other.
+    struct SmallFile {
+        File* file = nullptr;
+        std::string content;
+        std::optional<unsigned> permissions;
+        unsigned* given = nullptr;
+        bool staysOpen = false;
+    };
+    struct Bundle {
+        FolderTree::FolderPtr folder;
+        std::size_t bytes = 0;
+        std::vector<SmallFile> files;
+    };
+
     [[nodiscard]] std::error_code NewFile(const std::string& path, File& file);
-    static void WriteWhole(File& file, const std::string& content,
-                           std::optional<unsigned> permissions, unsigned* given);
+    static void WriteWhole(const SmallFile& small);
+    void SendBundle();
+    void FinishWork();
     void CloseIfMany();
     void DropFinished(std::size_t first);
     [[nodiscard]] std::error_code SyncFiles();
     [[nodiscard]] std::error_code PlaceFiles(std::size_t& placed, std::string& failedPath);
+    void RemoveStaged();
 
     FolderTree m_tree;
     std::string m_temporaryPrefix;
@@ -107,6 +127,7 @@ class TreeWriter {
     File m_file;                           // the one begun, if its folder is set
     std::deque<File> m_finished;           // the batch
     std::atomic<bool> m_isFailed = false;  // the one begun
+    Bundle m_bundle;                       // not given to the queue yet
     std::unique_ptr<WorkQueue> m_queue;
 };
 

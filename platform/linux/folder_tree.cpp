@@ -112,7 +112,7 @@ class FolderTree::Walk {
         folder->path = path;
         std::error_code error = OpenPart(name, *folder);
         if (m_makes && error == std::errc::no_such_file_or_directory) {
-            error = MakePart(name, *folder);
+            error = MakePart(name, folder);
         }
         if (error == std::errc::not_a_directory ||
             error == std::errc::too_many_symbolic_link_levels) {
@@ -131,22 +131,31 @@ class FolderTree::Walk {
 
     std::error_code OpenPart(const std::string& name, Folder& folder) const {
         folder.fd.Reset(openat(m_current->fd.Get(), name.c_str(), kOpenFolder | O_NOFOLLOW));
+        folder.staged = m_current->staged;
         return folder.fd.IsOpen() ? std::error_code() : LastSystemError();
     }
 
-    std::error_code MakePart(const std::string& name, Folder& folder) {
-        const bool isNew = mkdirat(m_current->fd.Get(), name.c_str(), kFolderMode) == 0;
+    std::error_code MakePart(const std::string& name, const FolderPtr& folder) {
+        const bool stages =
+            !m_tree.m_stagePrefix.empty() && !m_current->staged && !m_tree.HasManyOpen();
+        const std::string made =
+            stages ? m_tree.m_stagePrefix + std::to_string(++m_tree.m_stageCount) : name;
+        const bool isNew = mkdirat(m_current->fd.Get(), made.c_str(), kFolderMode) == 0;
         if (!isNew && errno != EEXIST) {
             return LastSystemError();
         }
-        if (const auto error = OpenPart(name, folder); error || !isNew) {
+        if (const auto error = OpenPart(made, *folder); error || !isNew) {
             return error;
         }
+        if (stages) {
+            folder->staged = true;
+            m_tree.m_staged.push_back({m_current, made, folder});
+        }
         m_tree.m_missing.clear();
-        m_current->touched = folder.touched = true;
+        m_current->touched = folder->touched = true;
         m_tree.m_touchedOthers = m_tree.m_touchedOthers || m_tree.HasManyOpen();
         // The mask counts for the making, not for this.
-        return fchmod(folder.fd.Get(), kFolderMode) == 0 ? std::error_code() : LastSystemError();
+        return fchmod(folder->fd.Get(), kFolderMode) == 0 ? std::error_code() : LastSystemError();
     }
 
     std::error_code Follow(const std::string& name) {
@@ -264,15 +273,34 @@ bool FolderTree::HasManyOpen() const {
     return m_folders.size() >= kMostOpenFolders;
 }
 
+void FolderTree::Stage(const std::string& prefix) {
+    m_stagePrefix = prefix;
+}
+
+std::error_code FolderTree::PlaceFolders(std::string& failedPath) {
+    for (; !m_staged.empty(); m_staged.pop_front()) {
+        const Staged& first = m_staged.front();
+        const std::string name = BaseName(first.folder->path);
+        const int parent = first.parent->fd.Get();
+        if (renameat(parent, first.temporaryName.c_str(), parent, name.c_str()) != 0) {
+            failedPath = first.folder->path;
+            return LastSystemError();
+        }
+        first.parent->touched = true;
+    }
+    return {};
+}
+
 void FolderTree::Forget() {
     m_root->touched = false;
     m_missing.clear();
     m_touchedOthers = false;
+    m_staged.clear();
     m_folders.clear();
     m_folders.emplace("", m_root);
 }
 
-std::error_code FolderTree::SyncFileSystems() const {
+std::error_code FolderTree::SyncFileSystems() {
     std::set<dev_t> synced;
     for (const auto& [path, folder] : m_folders) {
         struct stat status {};
@@ -283,10 +311,14 @@ std::error_code FolderTree::SyncFileSystems() const {
             return LastSystemError();
         }
     }
+    for (const auto& [path, folder] : m_folders) {
+        folder->touched = false;
+    }
+    m_touchedOthers = false;
     return {};
 }
 
-std::error_code FolderTree::SyncFolders() const {
+std::error_code FolderTree::SyncFolders() {
     const auto isTouched = [](const auto& folder) { return folder.second->touched; };
     const auto touched = std::count_if(m_folders.begin(), m_folders.end(), isTouched);
     if (m_touchedOthers || touched > std::ptrdiff_t{kFewSyncs}) {

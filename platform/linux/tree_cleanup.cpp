@@ -1,3 +1,5 @@
+#include "platform/linux/tree_cleanup.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,12 +19,9 @@ class Cleanup {
   public:
     explicit Cleanup(std::string prefix) : m_prefix(std::move(prefix)) {}
 
-    std::error_code Run(const std::string& folder) {
-        m_current.Reset(open(folder.c_str(), kOpenFolder));
-        if (!m_current.IsOpen()) {
-            return LastSystemError();
-        }
-        Enter();
+    std::error_code Run(ScopedFd folder) {
+        m_current = std::move(folder);
+        Enter("", false);
         while (!m_levels.empty()) {
             std::vector<std::string>& waiting = m_levels.back().waiting;
             if (!waiting.empty()) {
@@ -40,6 +39,8 @@ class Cleanup {
     struct Level {
         dev_t device = 0;
         ino_t inode = 0;
+        std::string name;
+        bool isTemporary = false;          // itself, so all of it goes
         std::vector<std::string> waiting;  // folders that were not entered yet
     };
 
@@ -57,16 +58,18 @@ class Cleanup {
             return;
         }
         m_current = std::move(fd);
-        Enter();
+        Enter(name, m_levels.back().isTemporary || name.starts_with(m_prefix));
     }
 
     // Clears the current folder itself.
-    void Enter() {
+    void Enter(const std::string& name, bool isTemporary) {
         struct stat status {};
         (void)fstat(m_current.Get(), &status);
         Level& level = m_levels.emplace_back();
         level.device = status.st_dev;
         level.inode = status.st_ino;
+        level.name = name;
+        level.isTemporary = isTemporary;
         Note(VisitEntries(m_current.Get(), [&](const dirent& entry) {
             Take(entry.d_name, entry.d_type, level);
             return std::error_code();
@@ -82,7 +85,7 @@ class Cleanup {
         }
         if (type == DT_DIR) {
             level.waiting.push_back(name);
-        } else if (type == DT_REG && name.starts_with(m_prefix) &&
+        } else if ((level.isTemporary || (type == DT_REG && name.starts_with(m_prefix))) &&
                    unlinkat(m_current.Get(), name.c_str(), 0) != 0) {
             Note(LastSystemError());
         }
@@ -90,6 +93,7 @@ class Cleanup {
 
     // False at the end of the walk, also when the folder was moved elsewhere meanwhile.
     bool Leave() {
+        const Level left = std::move(m_levels.back());
         m_levels.pop_back();
         if (m_levels.empty()) {
             return false;
@@ -105,6 +109,9 @@ class Cleanup {
             return false;
         }
         m_current = std::move(up);
+        if (left.isTemporary && unlinkat(m_current.Get(), left.name.c_str(), AT_REMOVEDIR) != 0) {
+            Note(LastSystemError());
+        }
         return true;
     }
 
@@ -118,5 +125,11 @@ class Cleanup {
 
 std::error_code RemoveTemporaryFilesBelow(const std::string& folder,
                                           const std::string& temporaryPrefix) {
-    return Cleanup(temporaryPrefix).Run(folder);
+    ScopedFd opened(open(folder.c_str(), kOpenFolder));
+    return opened.IsOpen() ? RemoveTemporaryFilesBelow(std::move(opened), temporaryPrefix)
+                           : LastSystemError();
+}
+
+std::error_code RemoveTemporaryFilesBelow(ScopedFd folder, const std::string& temporaryPrefix) {
+    return Cleanup(temporaryPrefix).Run(std::move(folder));
 }

@@ -2,17 +2,17 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <exception>
-#include <limits>
 #include <random>
 #include <utility>
 
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/linux/folder_path.h"
+#include "platform/linux/tree_cleanup.h"
 #include "platform/linux/work_queue.h"
 
 namespace {
@@ -25,8 +25,9 @@ constexpr unsigned kPermissions = 0777;
 // own journal entry.
 constexpr std::size_t kFewSyncs = 16;
 constexpr std::size_t kMaxFilesInBatch = 8192;
+constexpr std::size_t kMaxFilesInBundle = 256;
+constexpr std::size_t kMaxBytesInBundle = 0x40000;
 constexpr std::uint64_t kWriteBack = 0x800000;
-constexpr std::uint64_t kLeastReserve = 0x4000000;
 
 std::error_code Check(int result) {
     return result < 0 ? LastSystemError() : std::error_code();
@@ -44,17 +45,12 @@ std::string RandomDigits() {
     return text;
 }
 
-// What is left of `free` without the reserve.
-std::uint64_t LessReserve(std::uint64_t free, std::uint64_t total, std::uint64_t least) {
-    const std::uint64_t reserve = std::min(std::max(total / 20, least), total / 4);
-    return free - std::min(free, reserve);
-}
-
-// The permissions of the file at the name, or the usual ones if there is none.
-unsigned PermissionsOf(int folder, const std::string& name) {
+// The permissions of the file that will be replaced, or the usual ones if there is none.
+unsigned PermissionsOf(const FolderTree::Folder& folder, const std::string& name) {
     struct stat status {};
-    const bool isFile =
-        fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+    const bool isFile = !folder.staged &&
+                        fstatat(folder.fd.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                        S_ISREG(status.st_mode);
     return isFile ? status.st_mode : kFileMode;
 }
 
@@ -64,10 +60,10 @@ std::error_code Create(const ScopedFd& folder, const std::string& name, ScopedFd
     return file.IsOpen() ? std::error_code() : LastSystemError();
 }
 
-std::error_code SetMode(const ScopedFd& folder, const std::string& name, const ScopedFd& file,
-                        std::optional<unsigned> permissions, unsigned* given) {
-    const unsigned mode =
-        kPermissions & (permissions ? *permissions : PermissionsOf(folder.Get(), name));
+std::error_code SetMode(const FolderTree::Folder& folder, const std::string& name,
+                        const ScopedFd& file, std::optional<unsigned> permissions,
+                        unsigned* given) {
+    const unsigned mode = kPermissions & (permissions ? *permissions : PermissionsOf(folder, name));
     if (fchmod(file.Get(), mode) != 0) {
         return LastSystemError();
     }
@@ -102,24 +98,13 @@ TreeWriter::TreeWriter() : m_queue(std::make_unique<WorkQueue>()) {
 TreeWriter::~TreeWriter() {
     DropFile();
     DropFinished(0);
+    RemoveStaged();
 }
 
 std::error_code TreeWriter::Open(const std::string& folder, const std::string& temporaryPrefix) {
     m_temporaryPrefix = temporaryPrefix + RandomDigits() + "-";
+    m_tree.Stage(m_temporaryPrefix + "folder-");
     return m_tree.Open(folder);
-}
-
-TreeWriter::Room TreeWriter::RoomLeft() const {
-    struct statvfs status {};
-    if (fstatvfs(m_tree.Root()->fd.Get(), &status) != 0) {
-        return {};
-    }
-    const std::uint64_t block = std::max<std::uint64_t>(status.f_frsize, 1);
-    const std::uint64_t least = (kLeastReserve + block - 1) / block;
-    return {.blockSize = block,
-            .bytes = LessReserve(status.f_bavail, status.f_blocks, least) * block,
-            .files = status.f_files == 0 ? std::numeric_limits<std::uint64_t>::max()
-                                         : LessReserve(status.f_favail, status.f_files, 0)};
 }
 
 std::error_code TreeWriter::MakeFolder(const std::string& path, unsigned permissions) {
@@ -141,7 +126,8 @@ std::error_code TreeWriter::NewFile(const std::string& path, File& file) {
         return error;
     }
     file.path = path;
-    file.temporaryName = m_temporaryPrefix + std::to_string(++m_temporaryCount);
+    file.temporaryName =
+        file.folder->staged ? file.name : m_temporaryPrefix + std::to_string(++m_temporaryCount);
     return {};
 }
 
@@ -180,7 +166,7 @@ std::error_code TreeWriter::FinishFile(std::optional<unsigned> permissions, unsi
     m_queue->Finish();
     std::error_code error = m_file.error;
     if (!error) {
-        error = SetMode(m_file.folder->fd, m_file.name, m_file.fd, permissions, given);
+        error = SetMode(*m_file.folder, m_file.name, m_file.fd, permissions, given);
     }
     if (error) {
         DropFile();
@@ -212,47 +198,66 @@ std::error_code TreeWriter::AddFile(const std::string& path, std::string content
     }
     file.folder->touched = true;
     file.witness = std::move(witness);
+    if (m_bundle.folder != file.folder || m_bundle.files.size() >= kMaxFilesInBundle ||
+        m_bundle.bytes >= kMaxBytesInBundle) {
+        SendBundle();
+        m_bundle.folder = file.folder;
+    }
     File& added = m_finished.emplace_back(std::move(file));  // stays where it is
-    const bool keepsOpen = m_finished.size() <= kFewSyncs;
-    m_queue->Add([&added, keepsOpen, permissions, given, content = std::move(content)] {
-        WriteWhole(added, content, permissions, given);
-        if (!keepsOpen) {
-            added.fd.Reset();
-        }
-    });
+    m_bundle.bytes += content.size();
+    m_bundle.files.push_back({.file = &added,
+                              .content = std::move(content),
+                              .permissions = permissions,
+                              .given = given,
+                              .staysOpen = m_finished.size() <= kFewSyncs});
     CloseIfMany();
     return {};
 }
 
-void TreeWriter::WriteWhole(File& file, const std::string& content,
-                            std::optional<unsigned> permissions, unsigned* given) {
-    file.error = Witnessed(file.witness, content);
+void TreeWriter::SendBundle() {
+    if (!m_bundle.files.empty()) {
+        m_queue->Add([files = std::exchange(m_bundle, {}).files] {
+            std::for_each(files.begin(), files.end(), WriteWhole);
+        });
+    }
+}
+
+void TreeWriter::FinishWork() {
+    SendBundle();
+    m_queue->Finish();
+}
+
+void TreeWriter::WriteWhole(const SmallFile& small) {
+    File& file = *small.file;
+    file.error = Witnessed(file.witness, small.content);
     if (!file.error) {
         file.error = Create(file.folder->fd, file.temporaryName, file.fd);
     }
     if (!file.error) {
-        file.error = WriteAll(file.fd, content);
+        file.error = WriteAll(file.fd, small.content);
     }
     if (!file.error) {
-        file.error = SetMode(file.folder->fd, file.name, file.fd, permissions, given);
+        file.error = SetMode(*file.folder, file.name, file.fd, small.permissions, small.given);
+    }
+    if (!small.staysOpen) {
+        file.fd.Reset();
     }
 }
 
 // Only a small batch is synced by its descriptors; a large one would have too many of them.
 void TreeWriter::CloseIfMany() {
     if (m_finished.size() == kFewSyncs + 1) {
-        m_queue->Finish();
+        FinishWork();
         std::for_each(m_finished.begin(), m_finished.end(), [](File& file) { file.fd.Reset(); });
     }
 }
 
 void TreeWriter::DropFinished(std::size_t first) {
-    m_queue->Finish();
-    for (std::size_t i = first; i < m_finished.size(); ++i) {
-        const File& file = m_finished[i];
+    FinishWork();
+    for (; m_finished.size() > first; m_finished.pop_back()) {
+        const File& file = m_finished.back();
         (void)unlinkat(file.folder->fd.Get(), file.temporaryName.c_str(), 0);
     }
-    m_finished.clear();
 }
 
 bool TreeWriter::IsBatchFull() const {
@@ -272,30 +277,54 @@ std::error_code TreeWriter::SyncFiles() {
 }
 
 std::error_code TreeWriter::PlaceFiles(std::size_t& placed, std::string& failedPath) {
-    for (placed = 0; placed < m_finished.size(); ++placed) {
+    if (const auto error = m_tree.PlaceFolders(failedPath)) {
+        return error;
+    }
+    for (; placed < m_finished.size(); ++placed) {
         const File& file = m_finished[placed];
+        if (file.temporaryName == file.name) {
+            continue;
+        }
         const int folder = file.folder->fd.Get();
-        std::error_code error = file.error;
-        if (!error) {
-            error = Check(renameat(folder, file.temporaryName.c_str(), folder, file.name.c_str()));
-        }
-        if (error) {
+        if (renameat(folder, file.temporaryName.c_str(), folder, file.name.c_str()) != 0) {
             failedPath = file.path;
-            return error;
+            return LastSystemError();
         }
+        file.folder->touched = true;
     }
     return {};
 }
 
 std::error_code TreeWriter::Commit(std::string& failedPath) {
-    m_queue->Finish();
+    FinishWork();
+    const auto failed = std::find_if(m_finished.begin(), m_finished.end(),
+                                     [](const File& file) { return bool(file.error); });
+    std::error_code error;
+    if (failed != m_finished.end()) {
+        error = failed->error;
+        failedPath = failed->path;
+        DropFinished(static_cast<std::size_t>(failed - m_finished.begin()));
+    }
     std::size_t placed = 0;
-    std::error_code error = SyncFiles();
-    if (!error) {
-        error = PlaceFiles(placed, failedPath);
+    if (const auto unsynced = SyncFiles()) {
+        error = unsynced;
+        failedPath.clear();
+    } else if (const auto unplaced = PlaceFiles(placed, failedPath)) {
+        error = unplaced;
     }
     DropFinished(placed);
+    RemoveStaged();
     const std::error_code folderError = m_tree.SyncFolders();
+    m_finished.clear();
     m_tree.Forget();
     return error ? error : folderError;
+}
+
+// Folders that did not come into their places, with what is in them.
+void TreeWriter::RemoveStaged() {
+    if (m_tree.HasStaged()) {
+        const int root = m_tree.Root()->fd.Get();
+        (void)RemoveTemporaryFilesBelow(ScopedFd(openat(root, ".", kOpenFolder)),
+                                        m_temporaryPrefix);
+    }
 }

@@ -27,10 +27,6 @@ void Sha256::Closer::operator()(evp_md_ctx_st* context) const {
 }
 
 Sha256::Sha256() : m_context(EVP_MD_CTX_new()) {
-    Begin();
-}
-
-void Sha256::Begin() {
     Require(m_context != nullptr ? EVP_DigestInit_ex(m_context.get(), EVP_sha256(), nullptr) : 0);
 }
 
@@ -42,7 +38,7 @@ std::string Sha256::Finish() {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned size = 0;
     Require(EVP_DigestFinal_ex(m_context.get(), digest.data(), &size));
-    Begin();
+    Require(EVP_DigestInit_ex(m_context.get(), nullptr, nullptr));  // with what it has found
     static constexpr const char* kHex = "0123456789abcdef";
     std::string text;
     text.reserve(std::size_t{size} * 2);

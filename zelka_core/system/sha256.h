@@ -26,8 +26,6 @@ class Sha256 {
         void operator()(evp_md_ctx_st* context) const;
     };
 
-    void Begin();
-
     std::unique_ptr<evp_md_ctx_st, Closer> m_context;
 };
 

@@ -314,21 +314,47 @@ TEST_F(Unzip, PackageOfMoreFoldersThanAreKeptOpenComesWhole) {
     EXPECT_EQ(ReadFile(m_target / "d199/399"), "399");
 }
 
+TEST_F(Unzip, NewFoldersComeWholeAndNotOverWhatOthersHaveMadeMeanwhile) {
+    const std::string archive = BuildZip({{.name = "a/b/first", .content = "1"},
+                                          {.name = "c/d/", .mode = 040750},
+                                          {.name = "last"}});
+    const auto makes = [&](const std::string& path) {
+        return [this, path](const wxZipEntry& entry) {
+            if (entry.GetInternalName() == wxS("last")) {
+                EXPECT_FALSE(fs::exists(m_target / "a"));
+                fs::create_directories(m_target / path);
+            }
+            return true;
+        };
+    };
+    EXPECT_FALSE(Run(archive, makes("a/theirs")));
+    EXPECT_THAT(m_messages, HasSubstr("a.zkp: entry 'a': cannot be written: Directory not empty"));
+    EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/theirs"));
+    fs::remove_all(m_target / "a");
+    EXPECT_TRUE(Run(archive, makes("a")));
+    EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/b", "a/b/first", "c", "c/d", "last"));
+    EXPECT_EQ(fs::status(m_target / "c/d").permissions(), fs::perms(0750));
+}
+
 TEST_F(Unzip, KilledRunLeavesOldFilesAndTemporaryFilesThatAreRemovedAtAnyDepth) {
     for (const char* name :
          {"bin/old", "bin/a/b/.zelka-unzip-0-2", "bin/a/.kept", "outside/.zelka-unzip-0-3"}) {
         m_scratch.Write(name, "old");
     }
     fs::create_directory_symlink("../outside", m_target / "link");
-    const std::string archive = BuildZip({{.name = "old", .content = "new"}, {.name = "next"}});
+    const std::string large(0x40001, 'n');  // is not held back
+    const std::string archive = BuildZip({{.name = "old", .content = large},
+                                          {.name = "b/c/new", .content = large},
+                                          {.name = "next"}});
     const ChildProcess killed([&] {
         return Run(archive, [](const wxZipEntry& entry) {
-            return entry.GetInternalName() == wxS("old") || raise(SIGKILL) != 0;
+            return entry.GetInternalName() != wxS("next") || raise(SIGKILL) != 0;
         });
     });
     EXPECT_FALSE(killed.Succeeds());
     EXPECT_EQ(ReadFile(m_target / "old"), "old");
-    EXPECT_THAT(Tree(), SizeIs(7)) << "with two temporary files";
+    EXPECT_THAT(Tree(), SizeIs(10)) << "with two temporary files and a temporary folder";
+    EXPECT_FALSE(fs::exists(m_target / "b"));
     // At a depth that there are not descriptors for.
     std::string deep = "bin/deep";
     for (int i = 0; i < 100; ++i) {

@@ -60,8 +60,9 @@ LineEditor::LineEditor(Completer completer, const std::vector<std::string>& hist
     (void)el_set(editor, EL_SIGNAL, 1);
     (void)el_set(editor, EL_EDITOR, "emacs");
     (void)el_set(editor, EL_HIST, ::history, m_history.get());
-    (void)el_set(editor, EL_ADDFN, "complete", "completes a name", &LineEditor::Complete);
-    (void)el_set(editor, EL_ADDFN, "cancel", "cancels the line", &LineEditor::Cancel);
+    // Wide texts are used as they are; of others it makes copies that it never frees.
+    (void)el_wset(editor, EL_ADDFN, L"complete", L"completes a name", &LineEditor::Complete);
+    (void)el_wset(editor, EL_ADDFN, L"cancel", L"cancels the line", &LineEditor::Cancel);
     (void)el_set(editor, EL_BIND, "^I", "complete", nullptr);
     (void)el_set(editor, EL_BIND, "^C", "cancel", nullptr);
     (void)el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);

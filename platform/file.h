@@ -30,6 +30,10 @@ struct FileStreamCloser {
 };
 using FileStream = std::unique_ptr<std::FILE, FileStreamCloser>;
 
+// The C library's stream of an open file, which it owns from then on; after a failure the file is
+// closed. `mode` is fdopen's.
+[[nodiscard]] std::error_code StreamOf(ScopedFd file, const char* mode, FileStream& stream);
+
 // OpenRegularFile, for the C library's functions.
 [[nodiscard]] std::error_code OpenRegularStream(const std::string& path, FileStream& stream);
 

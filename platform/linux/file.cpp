@@ -62,18 +62,22 @@ std::error_code ReadAt(std::FILE* stream, std::uint64_t offset, std::span<char> 
     return {};
 }
 
-std::error_code OpenRegularStream(const std::string& path, FileStream& stream) {
-    ScopedFd file;
-    if (const auto error = OpenRegularFile(path, file)) {
-        return error;
-    }
-    FileStream opened(fdopen(file.Get(), "rb"));
+std::error_code StreamOf(ScopedFd file, const char* mode, FileStream& stream) {
+    FileStream opened(fdopen(file.Get(), mode));
     if (!opened) {
         return LastSystemError();
     }
     (void)file.Release();  // now the stream's own
     stream = std::move(opened);
     return {};
+}
+
+std::error_code OpenRegularStream(const std::string& path, FileStream& stream) {
+    ScopedFd file;
+    if (const auto error = OpenRegularFile(path, file)) {
+        return error;
+    }
+    return StreamOf(std::move(file), "rb", stream);
 }
 
 bool IsPipe(const std::string& path) {

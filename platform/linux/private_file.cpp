@@ -115,13 +115,7 @@ std::error_code MakeNamelessFile(const std::string& path, FileStream& stream) {
     if (!file.IsOpen() || unlink(path.c_str()) != 0) {
         return LastSystemError();
     }
-    FileStream opened(fdopen(file.Get(), "w+b"));
-    if (!opened) {
-        return LastSystemError();
-    }
-    (void)file.Release();  // now the stream's own
-    stream = std::move(opened);
-    return {};
+    return StreamOf(std::move(file), "w+b", stream);
 }
 
 std::error_code IdentityOf(const std::string& path, std::optional<FileIdentity>& identity) {

@@ -42,6 +42,24 @@ std::string ReadSignature(FolderTree& folder, const std::string& name, std::stri
     return signature.size() > kLargestSignature ? "its signature is larger than 1 MiB" : "";
 }
 
+// A package with what is beside it.
+struct Candidate {
+    ScopedFd file;
+    std::string signature;
+    SignedPackage package;
+};
+
+std::string Open(FolderTree& folder, const std::string& name, const TrustFolder& trust,
+                 Candidate& candidate) {
+    if (const auto error = OpenFile(folder, name, candidate.file)) {
+        return "cannot be opened: " + error.message();
+    }
+    candidate.package.package = VersionOf(candidate.file);
+    return !trust.Fault().empty() ? trust.Fault()
+                                  : ReadSignature(folder, name + kSignatureEnding,
+                                                  candidate.signature, candidate.package.signature);
+}
+
 std::string LookForRoom(const std::string& folder, std::uint64_t size) {
     TreeWriter writer;
     if (const auto error = writer.Open(folder, kNoTemporaryPrefix)) {
@@ -85,35 +103,44 @@ std::string Copy(const ScopedFd& file, std::uint64_t size, const std::string& fo
 bool OpenSignedPackage(FolderTree& folder, const std::string& name, const std::string& workFolder,
                        const TrustFolder& trust, void (*progress)(), SignedPackage& opened,
                        std::string& fault) {
-    ScopedFd file;
-    if (const auto error = OpenFile(folder, name, file)) {
-        fault = "cannot be opened: " + error.message();
-        return false;
-    }
-    SignedPackage found;
-    found.package = VersionOf(file);
+    Candidate candidate;
+    std::string reason = Open(folder, name, trust, candidate);
+    SignedPackage& found = candidate.package;
     const auto size = static_cast<std::uint64_t>(found.package.size);
-    std::string signature;
-    std::string reason = trust.Fault();
-    if (reason.empty()) {
-        reason = ReadSignature(folder, name + kSignatureEnding, signature, found.signature);
-    }
     if (reason.empty()) {
         reason = LookForRoom(workFolder, size);
     }
     if (reason.empty()) {
-        reason = Copy(file, size, workFolder, progress, found.content);
+        reason = Copy(candidate.file, size, workFolder, progress, found.content);
     }
     if (!reason.empty()) {
         fault = reason;
         return false;
     }
-    if (!CheckSignature(found.content.get(), signature, trust, std::time(nullptr), progress,
-                        found.signer, fault)) {
+    if (!CheckSignature(found.content.get(), candidate.signature, trust, std::time(nullptr),
+                        progress, found.signer, fault)) {
         return false;
     }
     opened = std::move(found);
     return true;
+}
+
+bool CheckSignedPackage(FolderTree& folder, const std::string& name, const TrustFolder& trust,
+                        std::string& fault) {
+    Candidate candidate;
+    const std::string reason = Open(folder, name, trust, candidate);
+    if (!reason.empty()) {
+        fault = reason;
+        return false;
+    }
+    FileStream content;
+    if (const auto error = StreamOf(std::move(candidate.file), "rb", content)) {
+        fault = "cannot be opened: " + error.message();
+        return false;
+    }
+    std::string signer;
+    return CheckSignature(content.get(), candidate.signature, trust, std::time(nullptr), nullptr,
+                          signer, fault);
 }
 
 }  // namespace ZelkaCore

@@ -25,4 +25,8 @@ bool OpenSignedPackage(FolderTree& folder, const std::string& name, const std::s
                        const TrustFolder& trust, void (*progress)(), SignedPackage& opened,
                        std::string& fault);
 
+// The same judgement of the package's own file, without a copy: of use where nothing is unpacked.
+bool CheckSignedPackage(FolderTree& folder, const std::string& name, const TrustFolder& trust,
+                        std::string& fault);
+
 }  // namespace ZelkaCore

@@ -21,28 +21,43 @@ int Execute(SQLite::Database& database, const char* text, const Values&... value
     return statement.exec();
 }
 
-// Fills `target` with what `take` puts into it of each row of a query.
+// What `take` puts into a container of each row of a query. Nothing where the database is an older
+// one that nobody may write to.
 template <typename Container, typename Take, typename... Values>
-bool Read(AgentDatabase& database, Container& target, const char* text, const Take& take,
-          const Values&... values) {
+Container Rows(SQLite::Database& database, const char* text, const Take& take,
+               const Values&... values) {
     Container found;
-    const auto work = [&](SQLite::Database& open) {
-        found = {};
-        if (!open.tableExists("package")) {
-            return;  // an older database that nobody may write to
-        }
-        SQLite::Statement query(open, text);
-        int index = 0;
-        (query.bind(++index, values), ...);
-        while (query.executeStep()) {
-            take(found, query);
-        }
-    };
+    if (!database.tableExists("package")) {
+        return found;
+    }
+    SQLite::Statement query(database, text);
+    int index = 0;
+    (query.bind(++index, values), ...);
+    while (query.executeStep()) {
+        take(found, query);
+    }
+    return found;
+}
+
+// Fills `target` with what `read` gives of the database.
+template <typename Container, typename Query>
+bool Read(AgentDatabase& database, Container& target, const Query& query) {
+    Container found;
+    const auto work = [&](SQLite::Database& open) { found = query(open); };
     if (!database.Transact(Access::Read, "read what it knows of packages", work)) {
         return false;
     }
     target = std::move(found);
     return true;
+}
+
+// The same of the rows of a query.
+template <typename Container, typename Take, typename... Values>
+bool Read(AgentDatabase& database, Container& target, const char* text, const Take& take,
+          const Values&... values) {
+    return Read(database, target, [&](SQLite::Database& open) {
+        return Rows<Container>(open, text, take, values...);
+    });
 }
 
 bool Change(AgentDatabase& database, const AgentDatabase::Work& work) {
@@ -108,6 +123,9 @@ void ForgetChange(SQLite::Database& database, const std::string& package) {
 
 void ForgetTrial(SQLite::Database& database, const std::string& package) {
     Execute(database, "DELETE FROM package_trial WHERE package = ?", package);
+}
+
+void DeleteKept(SQLite::Database& database, const std::string& package) {
     Execute(database, "DELETE FROM package_kept WHERE package = ?", package);
 }
 
@@ -120,11 +138,24 @@ void ForgetPackage(SQLite::Database& database, const std::string& package) {
 
 }  // namespace
 
-bool PackageRecords::List(std::vector<InstalledPackage>& packages) {
-    return Read(
-        m_database, packages,
+std::vector<InstalledPackage> PackagesIn(SQLite::Database& database) {
+    return Rows<std::vector<InstalledPackage>>(
+        database,
         "SELECT name, version, requirements, archive, signer, installed FROM package ORDER BY name",
         [](auto& found, SQLite::Statement& row) { found.push_back(PackageOf(row)); });
+}
+
+std::map<std::string, std::string> OwnersIn(SQLite::Database& database) {
+    return Rows<std::map<std::string, std::string>>(
+        database, "SELECT path, package FROM package_file ORDER BY path",
+        [](auto& found, SQLite::Statement& row) {
+            found.emplace_hint(found.end(), row.getColumn(0).getString(),
+                               row.getColumn(1).getString());
+        });
+}
+
+bool PackageRecords::List(std::vector<InstalledPackage>& packages) {
+    return Read(m_database, packages, PackagesIn);
 }
 
 bool PackageRecords::Files(const std::string& package, std::vector<OwnedFile>& files) {
@@ -139,11 +170,7 @@ bool PackageRecords::Files(const std::string& package, std::vector<OwnedFile>& f
 }
 
 bool PackageRecords::Owners(std::map<std::string, std::string>& owners) {
-    return Read(m_database, owners, "SELECT path, package FROM package_file ORDER BY path",
-                [](auto& found, SQLite::Statement& row) {
-                    found.emplace_hint(found.end(), row.getColumn(0).getString(),
-                                       row.getColumn(1).getString());
-                });
+    return Read(m_database, owners, OwnersIn);
 }
 
 bool PackageRecords::Begin(const std::string& package, const std::string& archive,
@@ -152,6 +179,7 @@ bool PackageRecords::Begin(const std::string& package, const std::string& archiv
     return Change(m_database, [&](SQLite::Database& database) {
         Execute(database, "INSERT OR REPLACE INTO package_change (package, archive) VALUES (?, ?)",
                 package, archive);
+        DeleteKept(database, package);
         SQLite::Statement addPath(
             database, "INSERT OR IGNORE INTO package_change_file (package, path) VALUES (?, ?)");
         for (const std::string& path : paths) {
@@ -216,6 +244,19 @@ bool PackageRecords::Kept(const std::string& package, std::vector<KeptFile>& kep
             }
         },
         package);
+}
+
+bool PackageRecords::Leftovers(std::vector<std::string>& packages) {
+    return Read(
+        m_database, packages,
+        "SELECT DISTINCT package FROM package_kept"
+        " WHERE package NOT IN (SELECT package FROM package_trial)"
+        " AND package NOT IN (SELECT package FROM package_change)",
+        [](auto& found, SQLite::Statement& row) { found.push_back(row.getColumn(0).getString()); });
+}
+
+bool PackageRecords::ForgetKept(const std::string& package) {
+    return Change(m_database, [&](SQLite::Database& database) { DeleteKept(database, package); });
 }
 
 bool PackageRecords::Trials(std::map<std::string, PackageTrial>& trials) {

@@ -43,6 +43,11 @@ struct PackageTrial {
     bool needsStart = false;  // the program has to be started anew before it can pass
 };
 
+// All packages in an agent database that somebody has open, sorted by name, and the owner of each
+// file that has one. Throw SQLite::Exception.
+std::vector<InstalledPackage> PackagesIn(SQLite::Database& database);
+std::map<std::string, std::string> OwnersIn(SQLite::Database& database);
+
 // What the database knows of packages with manifests: which there are, whose file is whose, what is
 // on trial, and what was begun and not finished. Threads, durability and errors are those of
 // AgentDatabase: each operation is one transaction, and false means that nothing has changed and
@@ -64,7 +69,7 @@ class PackageRecords {
     bool Begin(const std::string& package, const std::string& archive,
                const std::vector<std::string>& paths, const std::vector<KeptFile>& kept);
     // The change is done: the package is what `package` says, and owns these files. With `trial`
-    // the version before it stays on record with what is kept; otherwise that is forgotten.
+    // the version before it stays on record; otherwise nobody will put back what is kept.
     bool Finish(const InstalledPackage& package, const std::vector<OwnedFile>& files,
                 const std::optional<PackageTrial>& trial);
     // The change was taken back: what the records said before it holds.
@@ -76,6 +81,11 @@ class PackageRecords {
     bool ChangedPaths(const std::string& package, std::vector<std::string>& paths);
     // What is kept for a package, sorted by path. Replaces `kept`.
     bool Kept(const std::string& package, std::vector<KeptFile>& kept);
+
+    // The packages for which files are on record as kept that nobody will put back. Replaces
+    // `packages`. Forgotten when they are gone.
+    bool Leftovers(std::vector<std::string>& packages);
+    bool ForgetKept(const std::string& package);
 
     // The trials that are under way, by package. Replaces `trials`.
     bool Trials(std::map<std::string, PackageTrial>& trials);

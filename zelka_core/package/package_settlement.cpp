@@ -57,7 +57,7 @@ bool PackageSettlement::TakeBackChange(const std::string& package,
     if (!PutBack(package, written, notes) || !m_records.Abandon(package)) {
         return false;
     }
-    m_kept.Drop(package);
+    DropKept(package);
     return true;
 }
 
@@ -72,7 +72,21 @@ bool PackageSettlement::SettleTrials(const std::string& start, std::vector<std::
                                                     : GiveUp(package, trial, notes)) &&
                     isSettled;
     }
-    return isSettled;
+    return DropLeftovers() && isSettled;
+}
+
+bool PackageSettlement::DropLeftovers() {
+    std::vector<std::string> packages;
+    const bool isKnown = m_records.Leftovers(packages);
+    for (const std::string& package : packages) {
+        DropKept(package);
+    }
+    return isKnown;
+}
+
+void PackageSettlement::DropKept(const std::string& package) {
+    m_kept.Drop(package);
+    (void)m_records.ForgetKept(package);
 }
 
 // The event comes before the records: whoever is stopped between the two tells of it again, and
@@ -126,7 +140,7 @@ bool PackageSettlement::Pass(const std::string& package) {
     if (!m_records.Pass(package)) {
         return false;
     }
-    m_kept.Drop(package);
+    DropKept(package);
     return true;
 }
 
@@ -135,7 +149,7 @@ bool PackageSettlement::Forget(const std::vector<std::string>& paths, const std:
         return false;
     }
     if (!package.empty()) {
-        m_kept.Drop(package);
+        DropKept(package);
     }
     return true;
 }
@@ -156,7 +170,7 @@ bool PackageSettlement::ForgetTrial(const std::string& package) {
     if (!m_records.TakeBack(package)) {
         return false;
     }
-    m_kept.Drop(package);
+    DropKept(package);
     return true;
 }
 

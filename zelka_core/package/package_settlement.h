@@ -38,6 +38,10 @@ class PackageSettlement {
     bool TakeBackChange(const std::string& package, std::vector<std::string>& notes);
     bool TakeBackTrial(const std::string& package, std::vector<std::string>& notes);
 
+    // What is kept for the package goes, after it is on record that nobody will put it back: if
+    // this is interrupted, the next SettleTrials does it.
+    void DropKept(const std::string& package);
+
     // The version on trial stays, and what is kept for the one before it goes.
     bool Pass(const std::string& package);
 
@@ -52,6 +56,7 @@ class PackageSettlement {
                  std::vector<std::string>& notes);
     bool PutBackTrial(const std::string& package, std::vector<std::string>& notes);
     bool ForgetTrial(const std::string& package);
+    bool DropLeftovers();
     void WriteEvent(const std::string& archive);
     bool GiveUp(const std::string& package, const PackageTrial& trial,
                 std::vector<std::string>& notes);

@@ -16,6 +16,9 @@ class CDom;
 inline constexpr const char* kPackages = "*.zkp";
 inline constexpr const char* kRemovals = "*.zku";
 
+// The name by which packages require the program.
+inline constexpr const char* kRequiredProgram = "zelk_agent";
+
 // While it is there, a key of the registry below HKLM\Software, all packages are thrown away.
 inline constexpr const char* kUpgradeFlag = "ZelkaUpgradeFlag";
 bool IsUpgradeFlagged();

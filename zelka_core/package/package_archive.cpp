@@ -36,6 +36,18 @@ bool ReadManifest(ZipArchive& archive, const std::vector<std::string>& paths,
     return true;
 }
 
+std::vector<std::string> FilesOf(const ZipArchive& archive,
+                                 const std::vector<std::string>& places) {
+    std::vector<std::string> files;
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (!archive.Entries()[i].IsFolder() && places[i] != kManifestName) {
+            files.push_back(places[i]);
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
 std::optional<PackageManifest> ManifestOf(const std::string& file) {
     ZipArchive archive;
     std::vector<std::string> paths;

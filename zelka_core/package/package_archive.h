@@ -19,6 +19,10 @@ inline constexpr std::size_t kLargestManifest = 0x10000;
 bool ReadManifest(ZipArchive& archive, const std::vector<std::string>& paths,
                   std::optional<PackageManifest>& manifest, std::string& fault);
 
+// The places of an archive's files, without the manifest, sorted; `places` are those of all its
+// entries.
+std::vector<std::string> FilesOf(const ZipArchive& archive, const std::vector<std::string>& places);
+
 // The manifest of the archive in a file; none also if it is no package that could be installed.
 std::optional<PackageManifest> ManifestOf(const std::string& file);
 

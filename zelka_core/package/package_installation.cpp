@@ -19,14 +19,6 @@ std::string Shown(const std::string& text) {
     return "'" + ToUtf8(ShownName(FromUtf8(text))) + "'";
 }
 
-const InstalledPackage* Find(const std::vector<InstalledPackage>& packages,
-                             const std::string& name) {
-    const auto found =
-        std::find_if(packages.begin(), packages.end(),
-                     [&](const InstalledPackage& package) { return package.name == name; });
-    return found == packages.end() ? nullptr : &*found;
-}
-
 }  // namespace
 
 PackageInstallation::PackageInstallation(PackageSettlement& settlement, const PackageHost& host,
@@ -45,61 +37,29 @@ bool PackageInstallation::OnJudged(ZipArchive& archive, const std::vector<std::s
     if (!m_manifest) {
         return true;
     }
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        if (!archive.Entries()[i].IsFolder() && places[i] != kManifestName) {
-            m_places.push_back(places[i]);
-        }
-    }
-    std::sort(m_places.begin(), m_places.end());
-    if (!m_settlement.Records().List(m_installed)) {
+    m_places = FilesOf(archive, places);
+    PackageRecords& records = m_settlement.Records();
+    InstalledPackages installed;
+    if (!records.List(installed.packages) || !records.Owners(installed.owners)) {
         fault = "it cannot be told which packages are installed";
         return false;
     }
-    if (const InstalledPackage* older = Find(m_installed, m_manifest->name)) {
+    if (!JudgePackage(*m_manifest, m_places, installed, m_host, fault)) {
+        return false;
+    }
+    if (const InstalledPackage* older = installed.Find(m_manifest->name)) {
         m_older = *older;
     }
-    if (m_older && CompareVersions(m_manifest->version, m_older->version) < 0) {
-        fault = "is " + m_manifest->name + " " + m_manifest->version + ", older than " +
-                m_older->version + ", which is installed and has to be removed first";
-        return false;
-    }
-    return JudgeRequirements(fault) && JudgeOwners(m_places, fault);
+    return LookAtOlderFiles(fault);
 }
 
-bool PackageInstallation::JudgeRequirements(std::string& fault) const {
-    for (const PackageRequirement& requirement : m_manifest->requirements) {
-        const InstalledPackage* package = Find(m_installed, requirement.name);
-        const bool isHost = requirement.name == m_host.name;
-        const std::string offered = isHost               ? m_host.version
-                                    : package != nullptr ? package->version
-                                                         : "";
-        if (offered.empty()) {
-            fault = "requires " + requirement.Text() + ", which is not installed";
-            return false;
-        }
-        if (!requirement.IsMetBy(offered)) {
-            fault = "requires " + requirement.Text() + ", and " + offered + " is installed";
-            return false;
-        }
-    }
-    return true;
-}
-
-bool PackageInstallation::JudgeOwners(const std::vector<std::string>& places, std::string& fault) {
-    std::map<std::string, std::string> owners;
+bool PackageInstallation::LookAtOlderFiles(std::string& fault) {
     std::vector<OwnedFile> files;
-    if (!m_settlement.Records().Owners(owners) ||
-        !m_settlement.Records().Files(m_manifest->name, files)) {
-        fault = "it cannot be told whose the files are";
+    if (!m_settlement.Records().Files(m_manifest->name, files)) {
+        fault = "it cannot be told which files are its own";
         return false;
     }
-    for (const std::string& place : places) {
-        const auto owner = owners.find(place);
-        if (owner != owners.end() && owner->second != m_manifest->name) {
-            fault = "holds " + Shown(place) + ", which belongs to the package " + owner->second;
-            return false;
-        }
-    }
+    m_olderFiles.clear();
     for (OwnedFile& file : files) {
         std::string path = file.path;
         m_olderFiles.emplace(std::move(path), std::move(file));
@@ -125,17 +85,13 @@ bool PackageInstallation::OnBegin(std::string& fault) {
     }
     if (const auto trial = trials.find(m_manifest->name); trial != trials.end()) {
         std::vector<std::string> notes;
-        std::vector<OwnedFile> files;
-        if (!m_settlement.TakeBackTrial(m_manifest->name, notes) ||
-            !records.Files(m_manifest->name, files)) {
+        if (!m_settlement.TakeBackTrial(m_manifest->name, notes)) {
             fault = "the version on trial cannot be taken back";
             return false;
         }
         m_older = trial->second.older;
-        m_olderFiles.clear();
-        for (OwnedFile& file : files) {
-            std::string path = file.path;
-            m_olderFiles.emplace(std::move(path), std::move(file));
+        if (!LookAtOlderFiles(fault)) {
+            return false;
         }
     }
     return Keep(fault);
@@ -236,7 +192,7 @@ bool PackageInstallation::Complete(std::vector<std::string>& notes) {
         return false;
     }
     if (!trial) {
-        m_settlement.Kept().Drop(package.name);
+        m_settlement.DropKept(package.name);
     }
     return true;
 }

@@ -7,26 +7,15 @@
 #include <vector>
 
 #include "zelka_core/archive/unzip.h"
-#include "zelka_core/package/package_manifest.h"
+#include "zelka_core/package/package_judgement.h"
 #include "zelka_core/package/package_settlement.h"
 
 namespace ZelkaCore {
 
-// What packages find where they are installed, besides each other.
-struct PackageHost {
-    std::string name;     // of the program, which packages may require
-    std::string version;  // of the program
-    // Files, and folders with a '/' at the end, below the program's folder that the program
-    // consists of: what replaces one of them, or takes it away, shows only after the next start.
-    std::vector<std::string> program = {};
-    std::string start = {};  // as PackageSettlement::SettleTrials has it
-};
-
 // One installation of a package, looked on at by way of Unzip. A package without a manifest is
 // installed as if nobody looked. One with a manifest owns its files; it is refused before anything
-// is written if its manifest makes no sense, what it requires is not there, a newer version of it
-// is installed, or a file of it belongs to another package. While it is being written, and as long
-// as a newer version than before is on trial, what was there can be taken back.
+// is written if its manifest makes no sense, or JudgePackage says so. While it is being written,
+// and as long as a newer version than before is on trial, what was there can be taken back.
 class PackageInstallation : public UnzipObserver {
   public:
     // `settlement` and `host` outlive the object. `archive` is the name of the package's file.
@@ -45,8 +34,7 @@ class PackageInstallation : public UnzipObserver {
     bool Finish(bool isUnpacked, std::vector<std::string>& notes);
 
   private:
-    bool JudgeRequirements(std::string& fault) const;
-    bool JudgeOwners(const std::vector<std::string>& places, std::string& fault);
+    bool LookAtOlderFiles(std::string& fault);
     bool Keep(std::string& fault);
     bool Complete(std::vector<std::string>& notes);
     [[nodiscard]] std::optional<PackageTrial> TrialOf() const;
@@ -57,7 +45,6 @@ class PackageInstallation : public UnzipObserver {
     const std::string m_signer;
 
     std::optional<PackageManifest> m_manifest;  // none: there is none
-    std::vector<InstalledPackage> m_installed;  // all packages, as they were
     std::optional<InstalledPackage> m_older;    // this package, as it was
     std::map<std::string, OwnedFile> m_olderFiles;
     std::vector<std::string> m_places;  // of the files to be written

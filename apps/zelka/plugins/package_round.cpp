@@ -38,7 +38,7 @@ std::string NameOfStart() {
 
 ZelkaCore::PackageHost HostOf(const ZelkaCore::CDom& dom) {
     const wxFileName program(dom.GetWxString("app.path.exe"));
-    return {.name = "zelk_agent",
+    return {.name = kRequiredProgram,
             .version = ZELKA_VERSION,
             .program = {ToUtf8(program.GetFullName()), "lib/", "zelka_core/"},
             .start = NameOfStart()};

@@ -39,6 +39,14 @@ void Look(const fs::path& file, const Work& work) {
     LookUnder(Kind::Exclusive, file, work);
 }
 
+// What is wrong with it, its own check tells.
+void LookIfPossible(const std::string& database, const Work& work) {
+    try {
+        Look(database, work);
+    } catch (const std::exception&) {  // then nothing is found
+    }
+}
+
 }  // namespace
 
 void CheckDatabase(const Start& start, Findings& findings) {
@@ -62,14 +70,18 @@ void CheckDatabase(const Start& start, Findings& findings) {
 
 bool HasSetting(const std::string& database, const std::string& name) {
     bool isStored = false;
-    try {
-        Look(database, [&](SQLite::Database& opened) {
-            SQLite::Statement query(opened, "SELECT 1 FROM setting WHERE name = ?");
-            query.bind(1, name);
-            isStored = query.executeStep();
-        });
-    } catch (const std::exception&) {
-        return false;  // what is wrong with it, its own check tells
-    }
+    LookIfPossible(database, [&](SQLite::Database& opened) {
+        SQLite::Statement query(opened, "SELECT 1 FROM setting WHERE name = ?");
+        query.bind(1, name);
+        isStored = query.executeStep();
+    });
     return isStored;
+}
+
+ZelkaCore::InstalledPackages LookAtPackages(const std::string& database) {
+    ZelkaCore::InstalledPackages found;
+    LookIfPossible(database, [&](SQLite::Database& opened) {
+        found = {ZelkaCore::PackagesIn(opened), ZelkaCore::OwnersIn(opened)};
+    });
+    return found;
 }

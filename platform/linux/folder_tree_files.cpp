@@ -38,15 +38,15 @@ std::error_code CopyAll(int source, int target) {
     }
 }
 
-std::error_code CopyFile(int sourceFolder, const std::string& source, int folder,
-                         const std::string& name) {
+std::error_code CopyFile(int sourceFolder, const std::string& source, int targetFolder,
+                         const std::string& target) {
     struct stat status {};
     ScopedFd from;
     if (const auto error = OpenRegularAt(sourceFolder, source, O_NOFOLLOW, from, status)) {
         return error;
     }
-    const ScopedFd to(
-        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const ScopedFd to(openat(targetFolder, target.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!to.IsOpen()) {
         return LastSystemError();
     }

@@ -205,11 +205,12 @@ std::error_code TreeWriter::AddFile(const std::string& path, std::string content
     }
     File& added = m_finished.emplace_back(std::move(file));  // stays where it is
     m_bundle.bytes += content.size();
-    m_bundle.files.push_back({.file = &added,
-                              .content = std::move(content),
-                              .permissions = permissions,
-                              .given = given,
-                              .staysOpen = m_finished.size() <= kFewSyncs});
+    SmallFile& small = m_bundle.files.emplace_back();
+    small.file = &added;
+    small.content = std::move(content);
+    small.permissions = permissions;
+    small.given = given;
+    small.staysOpen = m_finished.size() <= kFewSyncs;
     CloseIfMany();
     return {};
 }

@@ -1,6 +1,7 @@
 #include "zelka_core/package/package_installation.h"
 
 #include <algorithm>
+#include <compare>
 #include <set>
 #include <utility>
 
@@ -149,7 +150,7 @@ bool PackageInstallation::Finish(bool isUnpacked, std::vector<std::string>& note
 }
 
 std::optional<PackageTrial> PackageInstallation::TrialOf() const {
-    if (!m_older || CompareVersions(m_manifest->version, m_older->version) == 0) {
+    if (!m_older || std::is_eq(CompareVersions(m_manifest->version, m_older->version))) {
         return std::nullopt;
     }
     const auto isProgram = [&](const std::string& place) {

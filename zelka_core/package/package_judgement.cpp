@@ -1,6 +1,7 @@
 #include "zelka_core/package/package_judgement.h"
 
 #include <algorithm>
+#include <compare>
 
 #include "zelka_core/archive/shown_name.h"
 #include "zelka_core/package/version_order.h"
@@ -55,7 +56,7 @@ const InstalledPackage* InstalledPackages::Find(const std::string& name) const {
 bool JudgePackage(const PackageManifest& manifest, const std::vector<std::string>& files,
                   const InstalledPackages& installed, const PackageHost& host, std::string& fault) {
     const InstalledPackage* older = installed.Find(manifest.name);
-    if (older != nullptr && CompareVersions(manifest.version, older->version) < 0) {
+    if (older != nullptr && std::is_lt(CompareVersions(manifest.version, older->version))) {
         fault = "is " + manifest.name + " " + manifest.version + ", older than " + older->version +
                 ", which is installed and has to be removed first";
         return false;

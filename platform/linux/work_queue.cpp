@@ -6,7 +6,7 @@
 namespace {
 
 constexpr std::size_t kMostWaiting = 8;
-constexpr std::size_t kNotWorthAThread = 8;
+constexpr std::size_t kNotWorthAThread = 1;
 
 }  // namespace
 

@@ -304,10 +304,12 @@ std::error_code TreeWriter::Commit(std::string& failedPath) {
     if (failed != m_finished.end()) {
         error = failed->error;
         failedPath = failed->path;
-        DropFinished(static_cast<std::size_t>(failed - m_finished.begin()));
     }
     std::size_t placed = 0;
-    if (const auto unsynced = SyncFiles()) {
+    const auto whole = static_cast<std::size_t>(failed - m_finished.begin());
+    const std::error_code unsynced = SyncFiles();  // by the size of the batch, so before any goes
+    DropFinished(whole);
+    if (unsynced) {
         error = unsynced;
         failedPath.clear();
     } else if (const auto unplaced = PlaceFiles(placed, failedPath)) {

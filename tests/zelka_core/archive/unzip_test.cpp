@@ -1,26 +1,10 @@
-#include "zelka_core/archive/unzip.h"
+#include "tests/zelka_core/archive/unzip_case.h"
 
-#include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <wx/filename.h>
-#include <wx/zipstrm.h>
 
-#include <csignal>
-#include <functional>
-#include <utility>
-
-#include "tests/support/captured_log.h"
-#include "tests/support/child_process.h"
-#include "tests/support/scratch_folder.h"
-#include "tests/support/zip_builder.h"
-#include "zelka_core/text.h"
-
-using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 using testing::UnorderedElementsAre;
 using namespace std::string_view_literals;
 
@@ -34,64 +18,6 @@ std::string NumberBytes(std::uint32_t value) {
     }
     return bytes;
 }
-
-// An archive and its target folder, side by side in a folder that an escaping entry would be seen
-// in.
-class Unzip : public testing::Test {
-  protected:
-    Unzip() { fs::create_directory(m_target); }
-
-    using Answer = std::function<bool(const wxZipEntry&)>;
-
-    bool Run(const std::string& archive, Answer answer = nullptr) {
-        m_asked.clear();
-        m_answer = std::move(answer);
-        const wxFileName file(FromUtf8(m_scratch.Write("a.zkp", archive).string()));
-        std::string fault;
-        const bool isFit = CheckUnzip(file, m_targetName, m_options, fault);
-        const CapturedLog log;
-        const bool succeeded = ZelkaCore::Unzip(file, m_targetName, &Ask, this, m_options);
-        m_messages = log.Text();
-        EXPECT_TRUE(m_answer || isFit == succeeded) << fault;
-        return succeeded;
-    }
-
-    // What lies below the target folder: paths in any order.
-    [[nodiscard]] std::vector<std::string> Tree() const {
-        std::vector<std::string> paths;
-        for (const auto& entry : fs::recursive_directory_iterator(m_target)) {
-            paths.push_back(entry.path().lexically_relative(m_target).string());
-        }
-        return paths;
-    }
-
-    // That the package is refused before anything happened, in the target folder or beside it.
-    void ExpectRefused(const std::string& archive, const std::string& reason) {
-        EXPECT_FALSE(Run(archive)) << reason;
-        EXPECT_THAT(m_messages, ContainsRegex("a.zkp: .*" + reason));
-        EXPECT_THAT(m_asked, IsEmpty());
-        EXPECT_THAT(Tree(), IsEmpty());
-        EXPECT_EQ(std::distance(fs::directory_iterator(m_scratch.Path()), {}), 2);
-    }
-
-    const ScratchFolder m_scratch;
-    const fs::path m_target = m_scratch.Path() / "bin";
-    const wxFileName m_targetName{FromUtf8(m_target.string()), wxString()};
-    std::vector<std::string> m_asked;
-    std::string m_messages;
-    UnzipOptions m_options;
-
-  private:
-    static bool Ask(void* userData, const wxZipEntry* entry, const wxString* target) {
-        auto& self = *static_cast<Unzip*>(userData);
-        self.m_asked.push_back(ToUtf8(entry->GetInternalName()));
-        EXPECT_EQ(ToUtf8(*target),
-                  (self.m_target / self.m_asked.back()).lexically_normal().string());
-        return !self.m_answer || self.m_answer(*entry);
-    }
-
-    Answer m_answer;
-};
 
 TEST_F(Unzip, WritesTheAcceptedEntriesInTheOrderOfTheArchiveAndKeepsPermissions) {
     m_scratch.Write("bin/lib/old", "old");
@@ -227,26 +153,6 @@ TEST_F(Unzip, LinkIsFollowedBelowTheTargetFolderAndNeverOutOfIt) {
     EXPECT_EQ(std::distance(fs::directory_iterator(m_scratch.Path() / "outside"), {}), 1);
 }
 
-TEST_F(Unzip, DamagedEntryFailsAndLeavesTheOldFileAndTheEntriesBeforeIt) {
-    m_scratch.Write("bin/last", "old");
-    const auto archive = [](const std::string& content, bool stored) {
-        return BuildZip({{.name = "first", .content = "1"},
-                         {.name = "last", .content = content, .stored = stored}});
-    };
-    // It declares 999 bytes, which the damage changes by one.
-    const std::string deflated = archive(std::string(999, 'x'), false);
-    for (const auto& [damaged, reason] :
-         {std::pair{Patch(archive("CONTENT", true), "CONTENT", "CONTEXT"), "CRC"},
-          {Patch(deflated, "\xe7\3\0\0"sv, "\xe6\3\0\0"sv), ""},
-          {Patch(deflated, "\xe7\3\0\0"sv, "\xe8\3\0\0"sv), ""}}) {
-        fs::remove(m_target / "first");
-        EXPECT_FALSE(Run(damaged));
-        EXPECT_THAT(m_messages, ContainsRegex(std::string("a.zkp: entry 'last': .*") + reason));
-        EXPECT_THAT(Tree(), UnorderedElementsAre("first", "last")) << "no temporary file stays";
-        EXPECT_EQ(ReadFile(m_target / "last"), "old");
-    }
-}
-
 TEST_F(Unzip, PackageThatDeclaresMoreThanTheDiskHasFailsBeforeTheFirstWrite) {
     std::vector<ZipBuilderEntry> entries(fs::space(m_target).available / 0xfffffff0U + 2);
     for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -285,91 +191,6 @@ TEST_F(Unzip, WhatCannotComeInPlaceFailsBeforeTheFirstWrite) {
     EXPECT_TRUE(Run(BuildZip({{.name = "folder"}, {.name = "file/x"}}),
                     [](const wxZipEntry&) { return false; }));
     EXPECT_FALSE(Run(BuildZip({{.name = "work/log/app.log"}})));
-}
-
-TEST_F(Unzip, EntryWithoutPermissionsKeepsThoseOfTheFileAndNoMaskCounts) {
-    fs::permissions(m_scratch.Write("bin/tool", "old"), fs::perms(0750));
-    const mode_t mask = umask(0077);
-    unsigned calls = 0;
-    static unsigned* counter = &calls;
-    m_options.progress = [] { ++*counter; };
-    EXPECT_TRUE(Run(BuildZip({{.name = "tool", .content = std::string(2'000'000, 'x'), .mode = 0},
-                              {.name = "a/b/new", .mode = 0}})));
-    (void)umask(mask);
-    EXPECT_EQ(fs::status(m_target / "tool").permissions(), fs::perms(0750));
-    EXPECT_EQ(fs::status(m_target / "a/b/new").permissions(), fs::perms(0644));
-    EXPECT_EQ(fs::status(m_target / "a").permissions(), fs::perms(0755));
-    EXPECT_EQ(fs::status(m_target / "a/b").permissions(), fs::perms(0755));
-    EXPECT_GT(calls, 16) << "from inside an entry, also of the look before";
-}
-
-TEST_F(Unzip, PackageOfMoreFoldersThanAreKeptOpenComesWhole) {
-    std::vector<ZipBuilderEntry> entries(400);
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        const std::string number = std::to_string(i);
-        entries[i] = {.name = "d" + std::to_string(i % 200) + "/" + number, .content = number};
-    }
-    EXPECT_TRUE(Run(BuildZip(entries)));
-    EXPECT_THAT(Tree(), SizeIs(400 + 200));
-    EXPECT_EQ(ReadFile(m_target / "d199/399"), "399");
-}
-
-TEST_F(Unzip, NewFoldersComeWholeAndNotOverWhatOthersHaveMadeMeanwhile) {
-    const std::string archive = BuildZip({{.name = "a/b/first", .content = "1"},
-                                          {.name = "c/d/", .mode = 040750},
-                                          {.name = "last"}});
-    const auto makes = [&](const std::string& path) {
-        return [this, path](const wxZipEntry& entry) {
-            if (entry.GetInternalName() == wxS("last")) {
-                EXPECT_FALSE(fs::exists(m_target / "a"));
-                fs::create_directories(m_target / path);
-            }
-            return true;
-        };
-    };
-    EXPECT_FALSE(Run(archive, makes("a/theirs")));
-    EXPECT_THAT(m_messages, HasSubstr("a.zkp: entry 'a': cannot be written: Directory not empty"));
-    EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/theirs"));
-    fs::remove_all(m_target / "a");
-    EXPECT_TRUE(Run(archive, makes("a")));
-    EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/b", "a/b/first", "c", "c/d", "last"));
-    EXPECT_EQ(fs::status(m_target / "c/d").permissions(), fs::perms(0750));
-}
-
-TEST_F(Unzip, KilledRunLeavesOldFilesAndTemporaryFilesThatAreRemovedAtAnyDepth) {
-    for (const char* name :
-         {"bin/old", "bin/a/b/.zelka-unzip-0-2", "bin/a/.kept", "outside/.zelka-unzip-0-3"}) {
-        m_scratch.Write(name, "old");
-    }
-    fs::create_directory_symlink("../outside", m_target / "link");
-    const std::string large(0x40001, 'n');  // is not held back
-    const std::string archive = BuildZip({{.name = "old", .content = large},
-                                          {.name = "b/c/new", .content = large},
-                                          {.name = "next"}});
-    const ChildProcess killed([&] {
-        return Run(archive, [](const wxZipEntry& entry) {
-            return entry.GetInternalName() != wxS("next") || raise(SIGKILL) != 0;
-        });
-    });
-    EXPECT_FALSE(killed.Succeeds());
-    EXPECT_EQ(ReadFile(m_target / "old"), "old");
-    EXPECT_THAT(Tree(), SizeIs(10)) << "with two temporary files and a temporary folder";
-    EXPECT_FALSE(fs::exists(m_target / "b"));
-    // At a depth that there are not descriptors for.
-    std::string deep = "bin/deep";
-    for (int i = 0; i < 100; ++i) {
-        deep += "/d";
-    }
-    m_scratch.Write(deep + "/.zelka-unzip-0-4", "old");
-    const ChildProcess cleaner([&] {
-        const rlimit few{.rlim_cur = 40, .rlim_max = 40};
-        return setrlimit(RLIMIT_NOFILE, &few) == 0 && RemoveTemporaryFiles(m_targetName);
-    });
-    EXPECT_TRUE(cleaner.Succeeds());
-    EXPECT_TRUE(fs::is_empty(m_scratch.Path() / deep));
-    fs::remove_all(m_target / "deep");
-    EXPECT_THAT(Tree(), UnorderedElementsAre("a", "a/.kept", "a/b", "link", "old"));
-    EXPECT_TRUE(fs::exists(m_scratch.Path() / "outside/.zelka-unzip-0-3"));
 }
 
 }  // namespace

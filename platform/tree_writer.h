@@ -131,8 +131,9 @@ class TreeWriter {
     std::unique_ptr<WorkQueue> m_queue;
 };
 
-// Removes the temporary files that killed processes have left in the folder or anywhere below it,
-// at any depth and without following links: those whose names begin with the prefix. Nobody may be
-// at work on the folder meanwhile. What cannot be removed stays, and the first error is returned.
+// Removes the temporary files and folders that killed processes have left in the folder or anywhere
+// below it, at any depth and without following links: those whose names begin with the prefix, and
+// all that is in such folders. Nobody may be at work there meanwhile. What cannot be removed stays,
+// and the first error is returned.
 [[nodiscard]] std::error_code RemoveTemporaryFilesBelow(const std::string& folder,
                                                         const std::string& temporaryPrefix);

@@ -75,6 +75,9 @@ struct UnzipOptions {
 // cut. An accepted file may come into place only after the callback was asked about later ones, but
 // before Unzip returns.
 //
+// A folder that was missing comes with all its files at once; it is a failure if others have put
+// something into its place meanwhile.
+//
 // True when the walk reached the end. False, with an error in the log that names archive, entry and
 // reason, if the archive is refused, an entry is damaged or cannot be written, or memory runs out;
 // the files accepted before that entry are then in place, those behind it are not. Memory does not
@@ -89,8 +92,9 @@ bool CheckUnzip(const wxFileName& archive, const wxFileName& folder, const Unzip
                 std::string& fault);
 
 // Removes what a process that was killed during Unzip has left in `folder` or below it: files whose
-// names begin with ".zelka-unzip-". For the next start, while no Unzip into the same folder runs.
-// What cannot be removed is told by a warning and stays; then false.
+// names begin with ".zelka-unzip-", and folders, with all that is in them. For the next start,
+// while no Unzip into the same folder runs. What cannot be removed is told by a warning and stays;
+// then false.
 bool RemoveTemporaryFiles(const wxFileName& folder);
 
 }  // namespace ZelkaCore

@@ -135,7 +135,7 @@ std::error_code KeptFiles::PutBack(const std::string& package, const std::vector
         }
         std::string why;
         if (!MayGo(path, written, file == nullptr ? "" : file->sha256, why)) {
-            left.push_back(path + ": " + why);
+            left.emplace_back(path).append(": ").append(why);
             continue;
         }
         const auto error = file == nullptr ? m_tree.DeleteFile(path) : PutBackFile(package, *file);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <map>
 #include <utility>
@@ -56,7 +57,7 @@ std::string TakeRequirement(std::string_view text, PackageRequirement& requireme
     if (rest.empty()) {
         return {};
     }
-    const auto relation =
+    const auto* const relation =
         std::find_if(kRelations.begin(), kRelations.end(),
                      [&](const auto& known) { return rest.starts_with(known.first); });
     if (relation == kRelations.end()) {
@@ -149,21 +150,22 @@ bool PackageRequirement::IsMetBy(std::string_view offered) const {
     const auto order = CompareVersions(offered, version);
     switch (relation) {
         case Relation::kLess:
-            return order < 0;
+            return std::is_lt(order);
         case Relation::kAtMost:
-            return order <= 0;
+            return std::is_lteq(order);
         case Relation::kExactly:
-            return order == 0;
+            return std::is_eq(order);
         case Relation::kAtLeast:
-            return order >= 0;
+            return std::is_gteq(order);
         default:
-            return order > 0;
+            return std::is_gt(order);
     }
 }
 
 std::string PackageRequirement::Text() const {
-    const auto sign = std::find_if(kRelations.begin(), kRelations.end(),
-                                   [&](const auto& known) { return known.second == relation; });
+    const auto* const sign =
+        std::find_if(kRelations.begin(), kRelations.end(),
+                     [&](const auto& known) { return known.second == relation; });
     return sign == kRelations.end() ? name : name + std::string(sign->first) + version;
 }
 

@@ -55,8 +55,7 @@ std::string Sign(std::FILE* package, X509* certificate, EVP_PKEY* key, X509Stack
         fault = "cannot be signed: " + TakeOpenSslFault();
         return {};
     }
-    const std::string signature(reinterpret_cast<const char*>(bytes),
-                                static_cast<std::size_t>(size));
+    std::string signature(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
     OPENSSL_free(bytes);
     return signature;
 }

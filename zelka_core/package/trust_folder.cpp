@@ -51,7 +51,9 @@ TrustFolder::TrustFolder(const std::string& path) {
     }
     for (const std::string& name : names) {
         if (const std::string fault = Take(folder, name); !fault.empty()) {
-            m_fault = Shown(path + "/" + name) + " " + fault;
+            std::string file = path;
+            file.append("/").append(name);
+            m_fault = Shown(file).append(" ").append(fault);
             return;
         }
     }

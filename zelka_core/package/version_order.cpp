@@ -62,7 +62,7 @@ std::weak_ordering TakeWords(std::string_view& a, std::string_view& b) {
 
 // The digits in front, without leading zeros.
 std::string_view TakeNumber(std::string_view& text) {
-    const auto end = std::find_if_not(text.begin(), text.end(), IsDigit);
+    const auto* const end = std::find_if_not(text.begin(), text.end(), IsDigit);
     std::string_view number = text.substr(0, static_cast<std::size_t>(end - text.begin()));
     text.remove_prefix(number.size());
     number.remove_prefix(std::min(number.find_first_not_of('0'), number.size()));

@@ -69,10 +69,17 @@ std::string Manifest(const std::string& name, const std::string& version,
 
 // The files of two versions: one that stays the same, one that changes, one that goes, one that
 // comes.
-const Files kOld{{"a/same", "same"}, {"a/changes", "old"}, {"gone", "old"}};
-const Files kNew{{"a/same", "same"}, {"a/changes", "new"}, {"b/comes", "new"}};
+Files Old() {
+    return {{"a/same", "same"}, {"a/changes", "old"}, {"gone", "old"}};
+}
+Files New() {
+    return {{"a/same", "same"}, {"a/changes", "new"}, {"b/comes", "new"}};
+}
+
 // What was there before, and belongs to nobody.
-const Files kNobodys{{"a/changes", "nobody's"}, {"nobodys", "nobody's"}};
+Files Nobodys() {
+    return {{"a/changes", "nobody's"}, {"nobodys", "nobody's"}};
+}
 
 // Both; the first where both have a path.
 Files Sum(Files a, const Files& b) {
@@ -151,7 +158,7 @@ class PackageInstallationTest : public testing::Test {
     }
 
     void PutNobodys() const {
-        for (const auto& [path, content] : kNobodys) {
+        for (const auto& [path, content] : Nobodys()) {
             (void)m_scratch.Write("agent/bin/" + path, content);
         }
     }
@@ -172,7 +179,7 @@ class PackageInstallationTest : public testing::Test {
 };
 
 TEST_F(PackageInstallationTest, WhatIsRefusedWritesNothingAndSaysWhy) {
-    ASSERT_TRUE(Install(Package(Manifest("a", "2.0"), kOld)));
+    ASSERT_TRUE(Install(Package(Manifest("a", "2.0"), Old())));
     const Files before = Tree();
     const std::vector<std::pair<std::string, std::string>> refused{
         {Manifest("b", "1.0"), "holds 'a/changes', which belongs to the package a"},
@@ -182,7 +189,7 @@ TEST_F(PackageInstallationTest, WhatIsRefusedWritesNothingAndSaysWhy) {
          "requires zelk_agent>=2, and 1.5 is installed"},
         {"[package]\nname=a\n", "zelka_package.ini: the group [package] has no version"}};
     for (const auto& [manifest, reason] : refused) {
-        EXPECT_FALSE(Install(Package(manifest, kNew)));
+        EXPECT_FALSE(Install(Package(manifest, New())));
         EXPECT_THAT(m_messages, HasSubstr(reason));
         EXPECT_EQ(Tree(), before);
     }
@@ -194,15 +201,15 @@ TEST_F(PackageInstallationTest, WhatIsRefusedWritesNothingAndSaysWhy) {
 
 TEST_F(PackageInstallationTest, OneThatFailsInTheMiddleLeavesThingsAsTheyWere) {
     PutNobodys();
-    const Files files = Sum({{"z", "content"}}, kNew);
+    const Files files = Sum({{"z", "content"}}, New());
     const auto damaged = [&](const char* version) {
         return Patch(Package(Manifest("a", version), files), "content", "contest");
     };
     EXPECT_FALSE(Install(damaged("1")));
-    EXPECT_EQ(Tree(), kNobodys);
-    ASSERT_TRUE(Install(Package(Manifest("a", "1"), kOld)));
+    EXPECT_EQ(Tree(), Nobodys());
+    ASSERT_TRUE(Install(Package(Manifest("a", "1"), Old())));
     EXPECT_FALSE(Install(damaged("2")));
-    EXPECT_EQ(Tree(), Sum(kOld, kNobodys));
+    EXPECT_EQ(Tree(), Sum(Old(), Nobodys()));
     EXPECT_EQ(VersionOf("a"), "1");
 }
 
@@ -211,8 +218,8 @@ TEST_F(PackageInstallationTest, WhateverStepIsTheLastTheNextStartFindsOneVersion
         return Install(Package(Manifest("a", version), files));
     };
     const std::vector<std::function<bool()>> works{
-        [&] { return installs("1", kOld); },
-        [&] { return installs("2", kNew); },
+        [&] { return installs("1", Old()); },
+        [&] { return installs("2", New()); },
         [&] {
             Settle("second");
             Settle("third");
@@ -221,7 +228,7 @@ TEST_F(PackageInstallationTest, WhateverStepIsTheLastTheNextStartFindsOneVersion
         },
     };
     PutNobodys();
-    const std::vector<Files> states{kNobodys, Sum(kOld, kNobodys), Sum(kNew, kNobodys)};
+    const std::vector<Files> states{Nobodys(), Sum(Old(), Nobodys()), Sum(New(), Nobodys())};
     for (std::size_t work = 0; work < works.size(); ++work) {
         const fs::path before = m_scratch.Path() / ("before" + std::to_string(work));
         fs::copy(m_folder, before, fs::copy_options::recursive);
@@ -252,8 +259,8 @@ TEST_F(PackageInstallationTest, WhateverStepIsTheLastTheNextStartFindsOneVersion
 }
 
 TEST_F(PackageInstallationTest, AFileThatWasChangedByHandStaysWhereTheRestIsTakenBack) {
-    ASSERT_TRUE(Install(Package(Manifest("a", "1"), kOld)));
-    ASSERT_TRUE(Install(Package(Manifest("a", "2"), kNew)));
+    ASSERT_TRUE(Install(Package(Manifest("a", "1"), Old())));
+    ASSERT_TRUE(Install(Package(Manifest("a", "2"), New())));
     (void)m_scratch.Write("agent/bin/a/changes", "by hand");
     for (const char* start : {"second", "third", "fourth"}) {
         m_notes.clear();
@@ -262,7 +269,7 @@ TEST_F(PackageInstallationTest, AFileThatWasChangedByHandStaysWhereTheRestIsTake
     EXPECT_THAT(m_notes, testing::ElementsAre("a 2 has failed 3 times in a row: 1 is put back",
                                               "left as it is: a/changes: was changed since by "
                                               "somebody else"));
-    Files expected = kOld;
+    Files expected = Old();
     expected["a/changes"] = "by hand";
     EXPECT_EQ(Tree(), expected);
 }

@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
+#include <string>
+
 #include "platform/file.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/signers.h"
@@ -16,7 +19,7 @@ using testing::HasSubstr;
 
 namespace {
 
-const std::string kPackage = "the bytes of a package";
+constexpr const char* kPackage = "the bytes of a package";
 const char* const kCa = "critical,CA:TRUE";
 
 // A folder of trust, and what comes of signatures there.
@@ -139,7 +142,7 @@ TEST_F(SignatureTest, OtherBytesAndOddEnvelopesAreRefused) {
     EXPECT_EQ(Check(m_stranger.Sign("\r\n \n"), "\r\n \n"), "CN=Stranger");
     EXPECT_EQ(Check(m_stranger.Sign(""), ""), "CN=Stranger");
     for (const auto& [signature, fault] : std::vector<std::pair<std::string, const char*>>{
-             {m_stranger.Sign(kPackage + "\n"), "is of other bytes"},
+             {m_stranger.Sign(std::string(kPackage) + "\n"), "is of other bytes"},
              {m_stranger.Sign("other", {}, CMS_DETACHED | CMS_NOATTR), "is of other bytes"},
              {"", "is damaged"},
              {good.substr(0, good.size() - 1), "is damaged"},
@@ -252,9 +255,11 @@ TEST_F(SignatureTest, WhatIsSignedIsGoodAndWithUnfitCertificatesNothingIs) {
     ASSERT_TRUE(signs({.key = key, .certificate = chain})) << fault;
     EXPECT_EQ(signer, Check(signature));
     signature = "as before";
-    EXPECT_FALSE(signs({.key = key, .certificate = certificate}, kSigningNow - 86400 * 31));
+    EXPECT_FALSE(
+        signs({.key = key, .certificate = certificate}, kSigningNow - std::time_t{86400} * 31));
     EXPECT_THAT(fault, HasSubstr("is not valid before"));
-    EXPECT_FALSE(signs({.key = key, .certificate = certificate}, kSigningNow + 86400 * 31));
+    EXPECT_FALSE(
+        signs({.key = key, .certificate = certificate}, kSigningNow + std::time_t{86400} * 31));
     EXPECT_THAT(fault, HasSubstr("has expired"));
     EXPECT_FALSE(signs({.key = key, .certificate = write("middle", m_middle.Pem())}));
     EXPECT_THAT(fault, HasSubstr("it is not the key of the certificate in"));
